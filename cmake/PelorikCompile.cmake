@@ -1,0 +1,77 @@
+# How every target of the project is compiled: language level, warnings, hardening, sanitizers.
+
+set(PELORIK_WARNINGS
+  -Wall
+  -Wextra
+  -Wpedantic
+  -Wshadow
+  -Wconversion
+  -Wsign-conversion
+  -Wold-style-cast
+  -Wcast-qual
+  -Wformat=2
+  -Wnon-virtual-dtor
+  -Wsuggest-override)
+
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # clang 14 does not have these two.
+  list(APPEND PELORIK_WARNINGS -Wduplicated-cond -Wlogical-op)
+endif()
+
+if(NOT PELORIK_SANITIZE)
+  # With a sanitizer's checks in between, g++ 12 reports null dereferences inside the standard
+  # library's own headers.
+  list(APPEND PELORIK_WARNINGS -Wnull-dereference)
+endif()
+
+if(PELORIK_WERROR)
+  list(APPEND PELORIK_WARNINGS -Werror)
+endif()
+
+set(PELORIK_HARDENING_COMPILE
+  -fstack-protector-strong
+  -fstack-clash-protection
+  -fcf-protection=full
+  -D_GLIBCXX_ASSERTIONS)
+set(PELORIK_HARDENING_LINK
+  -Wl,-z,relro
+  -Wl,-z,now
+  -Wl,-z,noexecstack
+  -Wl,-z,defs
+  -Wl,--as-needed)
+# Kept apart, because it renames C library calls (fread becomes __fread_chk), which would hide them
+# from tests that stand in for the system.
+set(PELORIK_FORTIFY -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3)
+
+# pelorik_compile(TARGET): the flags that every target of this project gets.
+function(pelorik_compile target)
+  target_compile_features(${target} PRIVATE cxx_std_20)
+  set_target_properties(${target} PROPERTIES
+    CXX_STANDARD_REQUIRED ON
+    CXX_EXTENSIONS OFF
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    POSITION_INDEPENDENT_CODE ON
+    BUILD_RPATH_USE_ORIGIN ON)
+  # No path of the build machine stands in what is built.
+  target_compile_options(${target} PRIVATE
+    ${PELORIK_WARNINGS}
+    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=."
+    "-ffile-prefix-map=${PROJECT_BINARY_DIR}=./build")
+  if(PELORIK_HARDENING)
+    target_compile_options(${target} PRIVATE ${PELORIK_HARDENING_COMPILE})
+    target_link_options(${target} PRIVATE ${PELORIK_HARDENING_LINK})
+  endif()
+  if(PELORIK_SANITIZE)
+    target_compile_options(${target} PRIVATE
+      "-fsanitize=${PELORIK_SANITIZE}" -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    target_link_options(${target} PRIVATE "-fsanitize=${PELORIK_SANITIZE}")
+  endif()
+endfunction()
+
+# pelorik_fortify(TARGET): for what is shipped.
+function(pelorik_fortify target)
+  if(PELORIK_HARDENING)
+    target_compile_options(${target} PRIVATE ${PELORIK_FORTIFY})
+  endif()
+endfunction()

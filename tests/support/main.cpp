@@ -1,0 +1,111 @@
+// The main function of every test program.
+//
+// Counts what a test leaves behind. Memory is counted around each test through the replaced
+// operators new and delete, in builds where no sanitizer does that better; descriptors and child
+// processes are counted around the whole program.
+
+#include "tests/support/leaks.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <dirent.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <new>
+#include <sys/wait.h>
+
+namespace {
+
+std::atomic<long> liveBlocks{0};
+bool leaksAllowed = false;
+
+} // namespace
+
+#ifndef PELORIK_SANITIZED
+
+void* operator new(std::size_t size) {
+    void* const block = std::malloc(size == 0 ? 1 : size);
+    if (block == nullptr)
+        throw std::bad_alloc();
+    ++liveBlocks;
+    return block;
+}
+
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
+
+void operator delete(void* block) noexcept {
+    if (block != nullptr)
+        --liveBlocks;
+    std::free(block);
+}
+
+void operator delete[](void* block) noexcept {
+    operator delete(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    operator delete(block);
+}
+void operator delete[](void* block, std::size_t) noexcept {
+    operator delete(block);
+}
+
+#endif
+
+namespace {
+
+int openDescriptors() {
+    int count = 0;
+    DIR* const directory = opendir("/proc/self/fd");
+    if (directory == nullptr)
+        return -1;
+    while (readdir(directory) != nullptr)
+        ++count;
+    closedir(directory);
+    return count;
+}
+
+bool hasChildren() {
+    const pid_t child = waitpid(-1, nullptr, WNOHANG);
+    return child != -1 || errno != ECHILD;
+}
+
+class MemoryWatch : public testing::EmptyTestEventListener {
+    void OnTestStart(const testing::TestInfo&) override {
+        leaksAllowed = false;
+        before_ = liveBlocks;
+    }
+
+    void OnTestEnd(const testing::TestInfo& info) override {
+        if (info.result()->Passed() && !leaksAllowed) {
+            EXPECT_EQ(liveBlocks, before_) << "the test left memory allocated";
+        }
+    }
+
+    long before_ = 0;
+};
+
+} // namespace
+
+void support::allowLastingMemory() {
+    leaksAllowed = true;
+}
+
+int main(int argc, char** argv) {
+    testing::InitGoogleMock(&argc, argv);
+    testing::UnitTest::GetInstance()->listeners().Append(new MemoryWatch);
+    const int descriptors = openDescriptors();
+    int status = RUN_ALL_TESTS();
+    if (openDescriptors() != descriptors) {
+        std::fputs("The test program left a descriptor open.\n", stderr);
+        status = 1;
+    }
+    if (hasChildren()) {
+        std::fputs("The test program left a child process.\n", stderr);
+        status = 1;
+    }
+    return status;
+}
