@@ -1,0 +1,254 @@
+#include "text/base64.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <string_view>
+
+const char* Base64chars = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+namespace {
+
+// The certificate encoder's own alphabet, which nobody can change.
+constexpr char basis_64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+constexpr char begin_cert[] = "-----BEGIN CERTIFICATE-----\r\n";
+constexpr char end_cert[] = "-----END CERTIFICATE-----\r\n";
+
+constexpr std::size_t kLineBytes = 48; // fill a line of 64 characters
+constexpr std::string_view kLineEnd = "\r\n";
+
+// A length as the interface reports it.
+int toResult(std::int64_t value) {
+    using Int = std::numeric_limits<int>;
+    return value < Int::min() || value > Int::max() ? -1 : static_cast<int>(value);
+}
+
+std::uint64_t encodedLength(std::uint64_t byteCount) {
+    return (byteCount + 2) / 3 * 4;
+}
+
+char* encodeGroup(unsigned bytes, const char* alphabet, char* out) {
+    for (int shift = 18; shift >= 0; shift -= 6)
+        *out++ = alphabet[bytes >> shift & 63];
+    return out;
+}
+
+// Writes the whole groups and the padded one, and returns where they end.
+char* encode(const unsigned char* source, std::size_t length, const char* alphabet, char* out) {
+    for (; length >= 3; source += 3, length -= 3)
+        out = encodeGroup(source[0] * 0x10000U + source[1] * 0x100U + source[2], alphabet, out);
+    if (length > 0) {
+        const unsigned second = length == 2 ? source[1] : 0;
+        out = encodeGroup(source[0] * 0x10000U + second * 0x100U, alphabet, out);
+        std::fill_n(out - (3 - length), 3 - length, '=');
+    }
+    return out;
+}
+
+bool isBlank(unsigned char character) {
+    return character < 128 && std::isspace(character) != 0;
+}
+
+const unsigned char* skipBlanks(const unsigned char* text) {
+    while (isBlank(*text))
+        ++text;
+    return text;
+}
+
+// The position of each character in an alphabet, or -1.
+using Positions = std::array<int, 256>;
+
+constexpr Positions positionsIn(std::string_view alphabet) {
+    Positions positions{};
+    positions.fill(-1);
+    for (std::size_t i = alphabet.size(); i-- > 0;)
+        positions[static_cast<unsigned char>(alphabet[i])] = static_cast<int>(i);
+    return positions;
+}
+
+constexpr Positions kStandardPositions = positionsIn(basis_64);
+
+// What white space and "=" mean does not depend on the alphabet.
+void removeReserved(Positions& positions) {
+    positions['='] = -1;
+    for (unsigned char c = 0; c < 128; ++c) {
+        if (isBlank(c))
+            positions[c] = -1;
+    }
+}
+
+class Decoder {
+public:
+    Decoder(const Positions& positions, unsigned char* destination, std::size_t size)
+        : positions_(positions), destination_(destination), size_(size) {}
+
+    int decode(const unsigned char* text) {
+        for (;; ++text) {
+            if (state_ == 0)
+                text = takeGroups(text);
+            if (*text == '\0')
+                return state_ == 0 ? toResult(count_) : -1;
+            if (*text == '=')
+                return finishPadded(text + 1);
+            if (!isBlank(*text) && !take(positions_[*text]))
+                return -1;
+        }
+    }
+
+private:
+    bool fits(std::size_t byteCount) const {
+        return destination_ == nullptr || size_ - static_cast<std::size_t>(count_) >= byteCount;
+    }
+
+    // Takes groups of four characters without anything in between for as long as they come and fit.
+    const unsigned char* takeGroups(const unsigned char* text) {
+        unsigned group = 0;
+        for (; fits(3) && readGroup(text, group); text += 4) {
+            if (destination_ != nullptr) {
+                destination_[count_] = static_cast<unsigned char>(group >> 16);
+                destination_[count_ + 1] = static_cast<unsigned char>(group >> 8);
+                destination_[count_ + 2] = static_cast<unsigned char>(group);
+            }
+            count_ += 3;
+        }
+        return text;
+    }
+
+    bool readGroup(const unsigned char* text, unsigned& group) const {
+        group = 0;
+        for (int i = 0; i < 4; ++i) {
+            const int position = positions_[text[i]];
+            if (position < 0)
+                return false;
+            group = group << 6 | static_cast<unsigned>(position);
+        }
+        return true;
+    }
+
+    // Takes one character's six bits: the upper ones end the byte that the character before began,
+    // the lower ones begin the next.
+    bool take(int position) {
+        const bool ends = state_ > 0;
+        const bool begins = state_ < 3;
+        if (position < 0 || !fits(ends && begins ? 2 : 1))
+            return false;
+        const unsigned bits = static_cast<unsigned>(position);
+        if (destination_ != nullptr && ends)
+            destination_[count_] |= static_cast<unsigned char>(bits >> (6 - 2 * state_));
+        count_ += ends ? 1 : 0;
+        if (destination_ != nullptr && begins)
+            destination_[count_] = static_cast<unsigned char>(bits << (2 + 2 * state_));
+        state_ = (state_ + 1) % 4;
+        return true;
+    }
+
+    // `text` stands behind the first "=".
+    int finishPadded(const unsigned char* text) const {
+        if (state_ < 2)
+            return -1;
+        text = skipBlanks(text);
+        if (state_ == 2) {
+            if (*text != '=')
+                return -1;
+            text = skipBlanks(text + 1);
+        }
+        const bool spareBits = destination_ != nullptr && destination_[count_] != 0;
+        return *text != '\0' || spareBits ? -1 : toResult(count_);
+    }
+
+    const Positions& positions_;
+    unsigned char* destination_; // null: only count
+    std::size_t size_;
+    std::int64_t count_ = 0;
+    unsigned state_ = 0; // characters of the group of four that were taken
+};
+
+// The part of a certificate's text that is base64, or white space. `text` starts with a line feed.
+std::string_view certificateBody(std::string_view text) {
+    text.remove_suffix(1);
+    if (!text.empty() && static_cast<unsigned char>(text.back()) <= ' ')
+        text.remove_suffix(1);
+    if (!text.empty() && text.back() == '-')
+        text = text.substr(0, text.rfind('\n') + 1);
+    return text;
+}
+
+} // namespace
+
+int base64_encode(const unsigned char* source, unsigned int sourceLength, char* destination,
+                  unsigned int destinationSize) {
+    const std::uint64_t length = encodedLength(sourceLength);
+    if (length >= destinationSize || length > std::numeric_limits<int>::max())
+        return -1;
+    *encode(source, sourceLength, Base64chars, destination) = '\0';
+    return static_cast<int>(length);
+}
+
+int base64_decode(const char* source, unsigned char* destination, unsigned int destinationSize) {
+    const auto* const text = reinterpret_cast<const unsigned char*>(source);
+    const std::string_view alphabet = Base64chars;
+    if (alphabet == basis_64)
+        return Decoder(kStandardPositions, destination, destinationSize).decode(text);
+    Positions positions = positionsIn(alphabet);
+    removeReserved(positions);
+    return Decoder(positions, destination, destinationSize).decode(text);
+}
+
+int base64_encode_cert_len_hf(int length, const char* header, const char* footer) {
+    const std::int64_t framing =
+        static_cast<std::int64_t>(std::strlen(header) + std::strlen(footer));
+    return toResult(framing + ((std::int64_t{length} + 2) / 3 * 4 + 1) * 3);
+}
+
+int base64_encode_cert_len(int length) {
+    return base64_encode_cert_len_hf(length, begin_cert, end_cert);
+}
+
+int base64_encode_cert_hf(const unsigned char* source, int length, char* destination,
+                          const char* header, const char* footer) {
+    const std::string_view first = header;
+    const std::string_view last = footer;
+    const std::size_t byteCount = static_cast<std::size_t>(std::max(length, 0));
+    const std::size_t lineCount = (byteCount + kLineBytes - 1) / kLineBytes;
+    const std::size_t total =
+        first.size() + encodedLength(byteCount) + lineCount * kLineEnd.size() + last.size() + 1;
+    if (total > std::numeric_limits<int>::max())
+        return -1;
+
+    char* out = std::copy(first.begin(), first.end(), destination);
+    for (std::size_t done = 0; done < byteCount; done += kLineBytes) {
+        out = encode(source + done, std::min(kLineBytes, byteCount - done), basis_64, out);
+        out = std::copy(kLineEnd.begin(), kLineEnd.end(), out);
+    }
+    *std::copy(last.begin(), last.end(), out) = '\0';
+    return static_cast<int>(total);
+}
+
+int base64_encode_cert(const unsigned char* source, int length, char* destination) {
+    return base64_encode_cert_hf(source, length, destination, begin_cert, end_cert);
+}
+
+bool is_base64_encoded_cert(const char* text, int length) {
+    constexpr std::string_view keyStr = "BEGIN CERTIFICATE";
+    int dashes = 0;
+    while (dashes < length && text[dashes] == '-')
+        ++dashes;
+    return length - dashes >= 20 && std::strncmp(text + dashes, keyStr.data(), keyStr.size()) == 0;
+}
+
+int base64_decode_cert(const char* text, int length, unsigned char* destination,
+                       int destinationSize) {
+    const std::string_view whole(text, static_cast<std::size_t>(std::max(length, 0)));
+    const std::size_t firstLineEnd = whole.find('\n');
+    if (firstLineEnd == std::string_view::npos)
+        return -1;
+    const std::string body(certificateBody(whole.substr(firstLineEnd)));
+    return base64_decode(body.c_str(), destination,
+                         static_cast<unsigned int>(std::max(destinationSize, 0)));
+}
