@@ -1,0 +1,238 @@
+#include "tests/system/scripted_kernel.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <linux/netlink.h>
+#include <sanitizer/asan_interface.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+scripted::Kernel* running = nullptr; // calls go to the C library while it is null
+
+// While a call is answered, its own allocations are not the library's.
+class Answering {
+public:
+    Answering() : kernel_(std::exchange(running, nullptr)) {}
+    Answering(const Answering&) = delete;
+    Answering& operator=(const Answering&) = delete;
+    ~Answering() { running = kernel_; }
+    scripted::Kernel* operator->() const { return kernel_; }
+
+private:
+    scripted::Kernel* const kernel_;
+};
+
+int finish(int error, int result) {
+    if (error == 0)
+        return result;
+    errno = error;
+    return -1;
+}
+
+std::string join(const char* call, std::initializer_list<long> arguments) {
+    std::string text = call;
+    for (const long argument : arguments)
+        text += " " + std::to_string(argument);
+    return text;
+}
+
+std::string textOf(const void* address, socklen_t size) {
+    sockaddr_nl netlink{};
+    std::memcpy(&netlink, address, std::min<std::size_t>(size, sizeof netlink));
+    return join(" to", {size, netlink.nl_family, netlink.nl_pid, netlink.nl_groups});
+}
+
+// The part of the receive buffer that the last datagram did not fill: under the address sanitizer,
+// reading it is caught.
+class Unfilled {
+public:
+    void set(void* begin, std::size_t size) {
+        clear();
+        begin_ = begin;
+        size_ = size;
+        ASAN_POISON_MEMORY_REGION(begin_, size_);
+    }
+
+    // Gives it back, before the buffer's memory serves another purpose.
+    void clear() {
+        ASAN_UNPOISON_MEMORY_REGION(begin_, size_);
+        size_ = 0;
+    }
+
+private:
+    void* begin_ = nullptr;
+    std::size_t size_ = 0;
+};
+
+Unfilled unfilled;
+
+void hand(const scripted::Reply& reply, const iovec& vector) {
+    unfilled.clear();
+    auto* const buffer = static_cast<unsigned char*>(vector.iov_base);
+    const std::size_t given = std::min(vector.iov_len, reply.datagram.size());
+    std::copy_n(reply.datagram.begin(), given, buffer);
+    if (std::cmp_less_equal(reply.result, vector.iov_len))
+        unfilled.set(buffer + given, vector.iov_len - given);
+}
+
+// Whether the allocation of `size` bytes that is asked for is the one that fails.
+bool failsNow(const Answering& kernel, std::size_t size) {
+    kernel->allocations.push_back(size);
+    if (kernel->allocations.size() != kernel->failingAllocation)
+        return false;
+    errno = ENOMEM;
+    return true;
+}
+
+} // namespace
+
+extern "C" {
+
+void* __real_malloc(std::size_t size);
+void* __real_realloc(void* block, std::size_t size);
+void __real_free(void* block);
+int __real_socket(int family, int type, int protocol);
+int __real_bind(int fd, const sockaddr* address, socklen_t size);
+ssize_t __real_sendmsg(int fd, const msghdr* message, int flags);
+ssize_t __real_recvmsg(int fd, msghdr* message, int flags);
+int __real_close(int fd);
+pid_t __real_getpid();
+
+void* __wrap_malloc(std::size_t size);
+void* __wrap_realloc(void* block, std::size_t size);
+void __wrap_free(void* block);
+int __wrap_socket(int family, int type, int protocol);
+int __wrap_bind(int fd, const sockaddr* address, socklen_t size);
+ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags);
+ssize_t __wrap_recvmsg(int fd, msghdr* message, int flags);
+int __wrap_close(int fd);
+pid_t __wrap_getpid();
+
+void* __wrap_malloc(std::size_t size) {
+    if (running == nullptr)
+        return __real_malloc(size);
+    const Answering kernel;
+    if (failsNow(kernel, size))
+        return nullptr;
+    void* const block = __real_malloc(size);
+    std::memset(block, 0xA5, size); // memory that nobody may take for zeros
+    kernel->blocks.insert(block);
+    return block;
+}
+
+void* __wrap_realloc(void* block, std::size_t size) {
+    if (running == nullptr)
+        return __real_realloc(block, size);
+    const Answering kernel;
+    if (failsNow(kernel, size))
+        return nullptr;
+    kernel->blocks.erase(block);
+    void* const grown = __real_realloc(block, size);
+    kernel->blocks.insert(grown);
+    return grown;
+}
+
+void __wrap_free(void* block) {
+    if (running != nullptr) {
+        const Answering kernel;
+        unfilled.clear();
+        kernel->blocks.erase(block);
+        errno = EIDRM; // what a cleanup may do to it
+    }
+    __real_free(block);
+}
+
+int __wrap_socket(int family, int type, int protocol) {
+    if (running == nullptr)
+        return __real_socket(family, type, protocol);
+    const Answering kernel;
+    kernel->calls.push_back(join("socket", {family, type, protocol}));
+    kernel->openSockets += kernel->socketError == 0;
+    return finish(kernel->socketError, scripted::kDescriptor);
+}
+
+int __wrap_bind(int fd, const sockaddr* address, socklen_t size) {
+    if (running == nullptr)
+        return __real_bind(fd, address, size);
+    const Answering kernel;
+    kernel->calls.push_back(join("bind", {fd}) + textOf(address, size));
+    return finish(kernel->bindError, 0);
+}
+
+ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags) {
+    if (running == nullptr)
+        return __real_sendmsg(fd, message, flags);
+    const Answering kernel;
+    kernel->calls.push_back(join("sendmsg", {fd, flags}) +
+                            textOf(message->msg_name, message->msg_namelen) +
+                            join(" vectors", {static_cast<long>(message->msg_iovlen)}));
+    const auto* const bytes = static_cast<const unsigned char*>(message->msg_iov->iov_base);
+    const std::size_t size = message->msg_iov->iov_len;
+    kernel->requests.emplace_back(bytes, bytes + size);
+    if (kernel->requests.size() != kernel->failingRequest)
+        return static_cast<ssize_t>(size);
+    if (kernel->requestResult < 0)
+        errno = ENOBUFS;
+    return kernel->requestResult;
+}
+
+ssize_t __wrap_recvmsg(int fd, msghdr* message, int flags) {
+    if (running == nullptr)
+        return __real_recvmsg(fd, message, flags);
+    const Answering kernel;
+    const iovec& vector = *message->msg_iov;
+    kernel->calls.push_back(join("recvmsg", {fd, flags, static_cast<long>(vector.iov_len)}));
+    if (kernel->replies.empty())
+        return finish(ENODATA, 0);
+    const scripted::Reply reply = std::move(kernel->replies.front());
+    kernel->replies.pop_front();
+    hand(reply, vector);
+    if (reply.result < 0)
+        errno = reply.error;
+    return reply.result;
+}
+
+int __wrap_close(int fd) {
+    if (running == nullptr)
+        return __real_close(fd);
+    const Answering kernel;
+    unfilled.clear();
+    kernel->calls.push_back(join("close", {fd}));
+    --kernel->openSockets;
+    return finish(kernel->closeError, 0);
+}
+
+pid_t __wrap_getpid() {
+    return running == nullptr ? __real_getpid() : scripted::kProcess;
+}
+}
+
+namespace scripted {
+
+Reply datagram(Bytes bytes) {
+    const auto size = static_cast<ssize_t>(bytes.size());
+    return {std::move(bytes), size, 0};
+}
+
+Reply result(ssize_t value) {
+    return {{}, value, 0};
+}
+
+Reply failure(int error) {
+    return {{}, -1, error};
+}
+
+Running::Running(Kernel& kernel) {
+    running = &kernel;
+}
+
+Running::~Running() {
+    running = nullptr;
+}
+
+} // namespace scripted
