@@ -1,1 +1,129 @@
-int main() { return 0; }
+// The pelorik tool: finds the command and turns every way in which it can end into an exit status.
+
+#include "cli/command_line.h"
+#include "cli/commands.h"
+#include "cli/exit_status.h"
+#include "cli/failure.h"
+#include "cli/interrupt.h"
+
+#include <algorithm>
+#include <fcntl.h>
+#include <new>
+#include <unistd.h>
+
+namespace cli {
+
+namespace {
+
+struct Command {
+    const char* name;
+    const char* text; // for pelorik --help
+    int (*run)(const Words& words, Console& console);
+};
+
+constexpr Command kCommands[] = {
+    {"hash", "print the digests of files", runHash},
+    {"list", "make a hash list of files", runList},
+    {"check", "check files against a hash list", runCheck},
+};
+
+constexpr char kVersion[] = "pelorik " PELORIK_VERSION "\n";
+
+std::string overview() {
+    std::string text = "Usage: pelorik COMMAND [OPTION]... [OPERAND]...\n"
+                       "       pelorik --help | --version\n"
+                       "\n"
+                       "Digests of files, and checking files against a list of them.\n"
+                       "\n"
+                       "Commands:\n";
+    for (const Command& command : kCommands) {
+        std::string name = command.name;
+        name.resize(10, ' ');
+        text += "  " + name + command.text + "\n";
+    }
+    return text + "\n"
+                  "pelorik COMMAND --help tells a command's options and exit statuses.\n"
+                  "\n"
+                  "Examples:\n"
+                  "  pelorik list -r -o /root/client.list /opt/PELORIKclient\n"
+                  "  pelorik check /root/client.list\n";
+}
+
+// A descriptor 0, 1 or 2 that is closed would be the next file's: what is meant for standard output
+// would end up there. In their place stands one that can be neither read nor written.
+void occupyStandardDescriptors() {
+    for (int descriptor = 0; descriptor <= 2; ++descriptor) {
+        if (::fcntl(descriptor, F_GETFD) != -1)
+            continue;
+        const int opened = ::open("/", O_PATH);
+        if (opened != descriptor && opened >= 0)
+            ::close(opened);
+    }
+}
+
+// Runs `work` and flushes. Returns the status in which the tool ends.
+template<class Work>
+int guarded(Console& console, const std::string& helpFor, Work work) {
+    int status = kDone;
+    try {
+        status = work();
+    } catch (const HelpWanted& help) {
+        console.printBlock(help.text);
+    } catch (const Interrupted&) {
+        console.note("interrupted");
+        status = kInterrupted;
+    } catch (const UsageError& error) {
+        console.note(std::string(error.what()) + " (try: " + helpFor + " --help)");
+        status = kTrouble;
+    }
+    console.flush();
+    return status;
+}
+
+template<class Work>
+int finalStatus(Console& console, const std::string& helpFor, Work work) {
+    try {
+        return guarded(console, helpFor, work);
+    } catch (const std::bad_alloc&) {
+        console.note("out of memory");
+    } catch (const std::exception& failure) {
+        console.note(failure.what());
+    }
+    return kTrouble;
+}
+
+int runWithoutCommand(const std::string& word, Console& console) {
+    if (word == "--version")
+        console.printBlock(kVersion);
+    else if (word == "--help" || word == "-h")
+        console.printBlock(overview());
+    else
+        throw UsageError(word.empty() ? "which command?" : "unknown command '" + word + "'");
+    return kDone;
+}
+
+int run(const Words& words) {
+    const std::string first = words.empty() ? std::string() : words.front();
+    const auto* const command =
+        std::find_if(std::begin(kCommands), std::end(kCommands),
+                     [&](const Command& candidate) { return first == candidate.name; });
+    if (command == std::end(kCommands)) {
+        Console console("pelorik");
+        return finalStatus(console, "pelorik", [&] { return runWithoutCommand(first, console); });
+    }
+    const std::string name = "pelorik " + first;
+    Console console("pelorik: " + first);
+    return finalStatus(console, name, [&] {
+        return command->run(Words(words.begin() + 1, words.end()), console);
+    });
+}
+
+} // namespace
+
+} // namespace cli
+
+int main(int argc, char** argv) {
+    cli::occupyStandardDescriptors();
+    cli::watchForInterrupt();
+    return cli::run(cli::Words(argv + std::min(argc, 1), argv + argc));
+}

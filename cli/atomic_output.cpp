@@ -1,0 +1,114 @@
+#include "cli/atomic_output.h"
+
+#include "cli/failure.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <memory>
+#include <unistd.h>
+
+namespace cli {
+
+namespace {
+
+struct Free {
+    void operator()(char* text) const { std::free(text); }
+};
+
+// `path` without symbolic links; empty when it leads nowhere.
+std::string resolved(const std::string& path) {
+    const std::unique_ptr<char, Free> text(::realpath(path.c_str(), nullptr));
+    return text ? std::string(text.get()) : std::string();
+}
+
+// With the slash; empty for the current directory.
+std::string directoryOf(const std::string& path) {
+    return path.substr(0, path.rfind('/') + 1); // npos + 1 is 0
+}
+
+mode_t modeOfNewFiles() {
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    return 0666 & ~mask;
+}
+
+} // namespace
+
+AtomicOutput::AtomicOutput(const std::string& path) : path_(path), target_(path) {
+    struct stat link {};
+    if (::lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode))
+        target_ = resolved(path);
+    exists_ = ::stat(target_.c_str(), &status_) == 0;
+    if (!exists_ && (errno != ENOENT || target_.empty() || target_.ends_with('/')))
+        fail(errno);
+    if (exists_ && S_ISDIR(status_.st_mode))
+        fail(EISDIR);
+    // The rename alone would pass over a file's own write protection.
+    if (exists_ && ::access(target_.c_str(), W_OK) != 0)
+        fail(errno);
+    const std::string directory = directoryOf(target_);
+    if (!isInPlace() && ::access(directory.empty() ? "." : directory.c_str(), W_OK | X_OK) != 0)
+        fail(errno);
+}
+
+AtomicOutput::~AtomicOutput() {
+    if (!temporary_.empty())
+        ::unlink(temporary_.c_str());
+}
+
+bool AtomicOutput::isInPlace() const {
+    return exists_ && !S_ISREG(status_.st_mode);
+}
+
+void AtomicOutput::fail(int errorNumber) const {
+    throw Failure(path_, errorNumber);
+}
+
+bool AtomicOutput::replaces(const std::string& name, const struct stat& status) const {
+    // The inode alone would also leave out hard links, which keep the old content.
+    return exists_ && status.st_dev == status_.st_dev && status.st_ino == status_.st_ino &&
+           resolved(name) == resolved(target_);
+}
+
+void AtomicOutput::createTemporary() {
+    std::string name = directoryOf(target_) + ".pelorik-XXXXXX";
+    file_ = Descriptor(::mkostemp(name.data(), O_CLOEXEC));
+    if (!file_)
+        fail(errno);
+    temporary_ = name;
+    keepOwnership();
+}
+
+void AtomicOutput::keepOwnership() const {
+    if (exists_ && ::fchown(file_.get(), status_.st_uid, status_.st_gid) != 0 && errno != EPERM)
+        fail(errno);
+    if (::fchmod(file_.get(), exists_ ? status_.st_mode & 0777 : modeOfNewFiles()) != 0)
+        fail(errno);
+}
+
+void AtomicOutput::write(std::string_view content) {
+    int error = writeAll(file_.get(), content);
+    if (error == 0 && ::fsync(file_.get()) != 0 && !isInPlace())
+        error = errno;
+    const int closeError = file_.close();
+    if (error != 0 || closeError != 0)
+        fail(error != 0 ? error : closeError);
+}
+
+void AtomicOutput::commit(std::string_view content) {
+    if (isInPlace()) {
+        file_ = Descriptor(::open(target_.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
+        if (!file_)
+            fail(errno);
+        write(content);
+        return;
+    }
+    createTemporary();
+    write(content);
+    if (::rename(temporary_.c_str(), target_.c_str()) != 0)
+        fail(errno);
+    temporary_.clear();
+}
+
+} // namespace cli

@@ -1,0 +1,52 @@
+// A file that is there whole or not at all.
+
+#ifndef PELORIK_CLI_ATOMIC_OUTPUT_H
+#define PELORIK_CLI_ATOMIC_OUTPUT_H
+
+#include "cli/descriptor.h"
+
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+
+namespace cli {
+
+// Writes to a temporary file beside the target and renames it over the target.
+//
+// A target that is a symbolic link stays one: the file that it leads to is replaced. Permissions of
+// a file that is replaced are kept, and its owner where that is allowed. A target that exists and
+// is no regular file (a pipe, /dev/null) is written to in place.
+class AtomicOutput {
+public:
+    // Finds out early what would stop `commit`. Throws `Failure`.
+    explicit AtomicOutput(const std::string& path);
+
+    // Removes the temporary file of an output that was not committed.
+    ~AtomicOutput();
+    AtomicOutput(const AtomicOutput&) = delete;
+    AtomicOutput& operator=(const AtomicOutput&) = delete;
+
+    // True when `name`, whose status is given, leads to the file that will be replaced.
+    bool replaces(const std::string& name, const struct stat& status) const;
+
+    // Makes `content` the target's content. Throws `Failure`, and then the target is as before.
+    void commit(std::string_view content);
+
+private:
+    bool isInPlace() const;
+    void createTemporary();
+    void write(std::string_view content);
+    void keepOwnership() const;
+    [[noreturn]] void fail(int errorNumber) const;
+
+    std::string path_;   // as the user gave it
+    std::string target_; // where it leads to
+    bool exists_ = false;
+    struct stat status_ {}; // of the target when it exists
+    Descriptor file_;
+    std::string temporary_;
+};
+
+} // namespace cli
+
+#endif

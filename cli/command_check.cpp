@@ -1,0 +1,347 @@
+// pelorik check: checks files against a hash list.
+
+#include "checker/hashfile_checker.h"
+#include "cli/command_line.h"
+#include "cli/commands.h"
+#include "cli/exit_status.h"
+#include "cli/failure.h"
+#include "cli/hash_list.h"
+#include "cli/interrupt.h"
+#include "cli/json_text.h"
+#include "cli/ordered_pool.h"
+#include "cli/verdict.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <fstream>
+#include <optional>
+#include <sched.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace cli {
+
+namespace {
+
+using HashFileChecker::FileHashPair;
+
+struct StatusWords {
+    const char* inJson;
+    const char* inSummary;
+    Colour colour;
+};
+
+constexpr std::array<StatusWords, kStatuses> kStatusWords = {{
+    {"ok", "unchanged", Colour::kNone},
+    {"changed", "changed", Colour::kRed},
+    {"missing", "missing", Colour::kYellow},
+    {"denied", "denied", Colour::kYellow},
+    {"error", "unreadable", Colour::kRed},
+    {"unknown", "of no known algorithm", Colour::kRed},
+}};
+
+const StatusWords& wordsOf(Status status) {
+    return kStatusWords[static_cast<std::size_t>(status)];
+}
+
+struct CheckOptions {
+    std::string directory;
+    unsigned threads = 0;
+    bool stop = false;
+    bool ignoreMissing = false;
+    bool quiet = false;
+    bool statusOnly = false;
+    bool json = false;
+    std::string list;
+};
+
+unsigned usableProcessors() {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    if (sched_getaffinity(0, sizeof set, &set) != 0)
+        return 1;
+    return static_cast<unsigned>(std::max(1, CPU_COUNT(&set)));
+}
+
+void describe(CommandLine& line) {
+    line.status(kDone, "every file of LIST was verified");
+    line.status(kFailed, "a file is not as listed, is missing or could not be read");
+    line.status(kTrouble, "wrong usage; LIST is missing, empty, malformed or could not be read to "
+                          "its end; with --ignore-missing nothing was verified at all; or standard "
+                          "output could not be written");
+    line.status(kInterrupted, "interrupted; the summary tells how far it came");
+    line.examples("  pelorik check /root/client.list\n"
+                  "  pelorik check -C /mnt/backup --ignore-missing --quiet srv.list\n"
+                  "  pelorik check --json srv.list | jq -r 'select(.status==\"changed\").name'\n");
+}
+
+void refuseNonsense(const CheckOptions& options, std::size_t lists) {
+    if (lists != 1)
+        throw UsageError(lists == 0 ? "check against which LIST?" : "only one LIST can be checked");
+    if (options.statusOnly && (options.quiet || options.json))
+        throw UsageError("--status writes nothing: --quiet and --json make no sense beside it");
+}
+
+CheckOptions parseCheck(const Words& words) {
+    CommandLine line(
+        "check [-C DIR] [-j N] [--stop] [--ignore-missing] [--quiet|--status] [--json] "
+        "LIST|-",
+        "Checks files against the hash list LIST and reports those that are not as "
+        "listed, in the list's order. A summary goes to standard error.");
+    CheckOptions options;
+    options.threads = usableProcessors();
+    line.value("-C,--directory", "DIR", options.directory,
+               "look for the files from DIR on; LIST itself is opened before");
+    line.number("-j,--jobs", "N", options.threads,
+                "check N files at a time; by default as many as the process may use processors");
+    line.flag("--stop", options.stop, "stop at the first file that is not as listed");
+    line.flag("--ignore-missing", options.ignoreMissing,
+              "files that do not exist do not count; but one at least must be verified");
+    line.flag("--quiet", options.quiet, "no summary");
+    line.flag("--status", options.statusOnly, "write nothing but errors of usage");
+    line.flag("--json", options.json,
+              "one object a record, in the list's order, unchanged files too: name, status (ok, "
+              "changed, missing, denied, error, unknown), digest, error; then an object with "
+              "the summary");
+    describe(line);
+    const std::vector<std::string> lists = line.parse(words);
+    refuseNonsense(options, lists.size());
+    options.list = lists.front();
+    return options;
+}
+
+// An empty text is null.
+void putText(JsonObject& object, const char* key, const std::string& text) {
+    if (text.empty())
+        object[key] = nullptr;
+    else
+        object[key] = text;
+}
+
+std::string jsonOf(const FileHashPair& record, const Verdict& verdict) {
+    JsonObject object;
+    putName(object, "name", record.name);
+    object["status"] = wordsOf(verdict.status).inJson;
+    putText(object, "digest", digestFound(record, verdict));
+    putText(object, "error", verdict.error);
+    return jsonLine(object);
+}
+
+// Bytes that this process has read so far; 0 when the system does not tell.
+std::uint64_t bytesRead() {
+    std::ifstream counters("/proc/self/io");
+    std::string name;
+    std::uint64_t count = 0;
+    counters >> name >> count;
+    return name == "rchar:" && counters ? count : 0;
+}
+
+class Tally {
+public:
+    void add(Status status) { ++counts_[static_cast<std::size_t>(status)]; }
+    std::size_t of(Status status) const { return counts_[static_cast<std::size_t>(status)]; }
+    std::size_t all() const;
+
+    // Files whose digest was computed and compared.
+    std::size_t verified() const { return of(Status::kOk) + of(Status::kChanged); }
+
+private:
+    std::array<std::size_t, kStatuses> counts_{};
+};
+
+std::size_t Tally::all() const {
+    std::size_t sum = 0;
+    for (const std::size_t count : counts_)
+        sum += count;
+    return sum;
+}
+
+enum class End { kComplete, kStopped, kInterrupted };
+
+// Checks the records of one list and reports on them.
+class Check {
+public:
+    Check(const CheckOptions& options, std::vector<FileHashPair> records, Console& console);
+
+    // Returns the exit status; does not return when threads are still at work that is of no use.
+    int run();
+
+private:
+    using Pool = OrderedPool<Verdict>;
+
+    void expectAll();
+    End goThrough(Pool& pool);
+    void idle();
+    void report(const FileHashPair& record, const Verdict& verdict);
+    bool counts(Status status) const;
+    void summarise(End end);
+    std::string summary(End end) const;
+    std::string jsonSummary(End end) const;
+    int exitStatus(End end);
+
+    const CheckOptions& options_;
+    const std::vector<FileHashPair> records_;
+    Console& console_;
+    Tally tally_;
+    Amount total_; // known only when the progress is shown
+    Amount done_;
+    std::uint64_t readBefore_ = 0;
+};
+
+Check::Check(const CheckOptions& options, std::vector<FileHashPair> records, Console& console)
+    : options_(options), records_(std::move(records)), console_(console) {
+    if (options.statusOnly)
+        console.progress().hide();
+}
+
+void Check::expectAll() {
+    if (!console_.progress().shown())
+        return;
+    total_.files = records_.size();
+    for (const FileHashPair& record : records_) {
+        stopIfInterrupted();
+        struct stat status {};
+        if (::stat(record.name.c_str(), &status) == 0 && S_ISREG(status.st_mode))
+            total_.bytes += static_cast<std::uint64_t>(status.st_size);
+    }
+    console_.progress().expect(total_);
+    readBefore_ = bytesRead();
+}
+
+// True when a file of this status makes the check fail.
+bool Check::counts(Status status) const {
+    return status != Status::kOk && !(status == Status::kMissing && options_.ignoreMissing);
+}
+
+void Check::report(const FileHashPair& record, const Verdict& verdict) {
+    if (options_.json)
+        console_.print(jsonOf(record, verdict), wordsOf(verdict.status).colour);
+    else if (counts(verdict.status) && !options_.statusOnly)
+        console_.print(verdict.report, wordsOf(verdict.status).colour);
+}
+
+// Shows what has been reported so far, and in the progress line also what the threads have read of
+// the files that they are at.
+void Check::idle() {
+    console_.flush();
+    if (!console_.progress().shown())
+        return;
+    const std::uint64_t read = std::min(bytesRead() - readBefore_, total_.bytes);
+    console_.progress().reached({done_.files, std::max(done_.bytes, read)});
+}
+
+End Check::goThrough(Pool& pool) {
+    constexpr std::chrono::milliseconds kPatience(100);
+    while (done_.files < records_.size()) {
+        if (interruptRequested())
+            return End::kInterrupted;
+        const std::optional<Verdict> verdict = pool.next(kPatience);
+        if (!verdict) {
+            idle();
+            continue;
+        }
+        tally_.add(verdict->status);
+        report(records_[done_.files], *verdict);
+        ++done_.files;
+        done_.bytes += verdict->size;
+        console_.progress().reached(done_);
+        if (options_.stop && counts(verdict->status))
+            return End::kStopped;
+    }
+    return End::kComplete;
+}
+
+std::string Check::summary(End end) const {
+    const std::string all = std::to_string(records_.size());
+    std::string text = end == End::kInterrupted ? "interrupted: " : "";
+    if (end == End::kComplete)
+        text += all + " checked: ";
+    else
+        text += std::to_string(tally_.all()) + " of " + all + " checked: ";
+    std::string counts;
+    for (std::size_t i = 0; i < kStatuses; ++i) {
+        const std::size_t count = tally_.of(static_cast<Status>(i));
+        if (count > 0)
+            counts += (counts.empty() ? "" : ", ") + std::to_string(count) + " " +
+                      kStatusWords[i].inSummary;
+    }
+    return text + (counts.empty() ? "none" : counts);
+}
+
+std::string Check::jsonSummary(End end) const {
+    JsonObject counts;
+    counts["records"] = records_.size();
+    counts["checked"] = tally_.all();
+    for (std::size_t i = 0; i < kStatuses; ++i)
+        counts[kStatusWords[i].inJson] = tally_.of(static_cast<Status>(i));
+    counts["complete"] = end == End::kComplete;
+    JsonObject object;
+    object["summary"] = counts;
+    return jsonLine(object);
+}
+
+void Check::summarise(End end) {
+    if (options_.json)
+        console_.print(jsonSummary(end));
+    else if (!options_.quiet && !options_.statusOnly)
+        console_.note(summary(end));
+}
+
+int Check::exitStatus(End end) {
+    if (end == End::kInterrupted)
+        return kInterrupted;
+    if (options_.ignoreMissing && tally_.verified() == 0)
+        return kTrouble;
+    for (std::size_t i = 0; i < kStatuses; ++i) {
+        if (counts(static_cast<Status>(i)) && tally_.of(static_cast<Status>(i)) > 0)
+            return kFailed;
+    }
+    return kDone;
+}
+
+int Check::run() {
+    expectAll();
+    const std::size_t threads = std::min<std::size_t>(options_.threads, records_.size());
+    Pool pool(records_.size(), threads,
+              [this](std::size_t index) { return verify(records_[index], options_.stop); });
+    const End end = goThrough(pool);
+    console_.progress().erase();
+    summarise(end);
+    const int status = exitStatus(end);
+    if (status == kTrouble && !options_.statusOnly)
+        console_.note("none of the files in " + options_.list + " was verified");
+    if (end != End::kComplete)
+        console_.leave(status);
+    return status;
+}
+
+void enter(const std::string& directory) {
+    if (!directory.empty() && ::chdir(directory.c_str()) != 0)
+        throw Failure(directory, errno);
+}
+
+int check(const CheckOptions& options, Console& console) {
+    std::vector<FileHashPair> records = readHashList(options.list);
+    enter(options.directory);
+    return Check(options, std::move(records), console).run();
+}
+
+} // namespace
+
+int runCheck(const Words& words, Console& console) {
+    const CheckOptions options = parseCheck(words);
+    try {
+        return check(options, console);
+    } catch (const Failure&) {
+        if (!options.statusOnly)
+            throw;
+        return kTrouble;
+    } catch (const Interrupted&) {
+        if (!options.statusOnly)
+            throw;
+        return kInterrupted;
+    }
+}
+
+} // namespace cli

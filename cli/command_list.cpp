@@ -1,0 +1,261 @@
+// pelorik list: makes a hash list of files and directories.
+
+#include "checker/hashfile_checker.h"
+#include "cli/atomic_output.h"
+#include "cli/command_line.h"
+#include "cli/commands.h"
+#include "cli/digester.h"
+#include "cli/exit_status.h"
+#include "cli/failure.h"
+#include "cli/hash_list.h"
+#include "cli/interrupt.h"
+#include "cli/lines.h"
+#include "cli/walk.h"
+
+#include <algorithm>
+#include <optional>
+#include <sstream>
+#include <system_error>
+
+namespace cli {
+
+namespace {
+
+constexpr std::size_t kLongestPath = 4096; // more than the system opens
+
+struct ListOptions {
+    HashFileChecker::Alg algorithm = HashFileChecker::GOST_3411_2012;
+    bool recursive = false;
+    std::vector<std::string> excludes;
+    std::string filesFrom;
+    bool zeroSeparated = false;
+    bool keepGoing = false;
+    std::string out;
+    std::vector<std::string> paths;
+};
+
+void describe(CommandLine& line) {
+    line.status(kDone, "the list is complete");
+    line.status(kFailed, "with --keep-going: the list lacks files that could not be read");
+    line.status(kTrouble, "nothing was written: wrong usage, a file that could not be read, a name "
+                          "that a list cannot hold, nothing to list; or writing failed");
+    line.status(kInterrupted, "interrupted; nothing was written");
+    line.examples("  pelorik list -r -o /root/client.list /opt/PELORIKclient\n"
+                  "  pelorik list -r --exclude '*.log' --exclude '*/cache' /srv > srv.list\n"
+                  "  find . -type f -print0 | pelorik list --files-from - -0\n");
+}
+
+ListOptions parseList(const Words& words) {
+    CommandLine line("list [-a ALG] [-r] [--exclude GLOB]... [--files-from LIST|-] [-0] "
+                     "[--keep-going] [-o OUT] PATH...",
+                     "Writes a hash list of the files PATH, under the names as they are given.");
+    ListOptions options;
+    std::string algorithm = kDefaultAlgorithm;
+    line.value("-a,--algorithm", "ALG", algorithm, std::string(kAlgorithmNames) + " (the default)");
+    line.flag(
+        "-r,--recursive", options.recursive,
+        "list the files under directories, too; symbolic links in them to files are followed, "
+        "to directories not; special files are skipped");
+    line.values("--exclude", "GLOB", options.excludes,
+                "leave out names that match the whole of GLOB, where * matches slashes, too; "
+                "directories that match are not entered");
+    line.value("--files-from", "LIST", options.filesFrom,
+               "list the paths in the file LIST, too, one a line; - is standard input");
+    line.flag("-0,--null", options.zeroSeparated, "the paths in LIST end with zero bytes");
+    line.flag("--keep-going", options.keepGoing, "leave out files that cannot be read");
+    line.value("-o,--output", "OUT", options.out,
+               "write to OUT, which is replaced as a whole; it is never listed itself");
+    describe(line);
+    options.paths = line.parse(words);
+    options.algorithm = algorithmNamed(algorithm);
+    if (options.paths.empty() && options.filesFrom.empty())
+        throw UsageError("nothing to list: name a PATH, or use --files-from");
+    if (options.zeroSeparated && options.filesFrom.empty())
+        throw UsageError("-0 says how --files-from is read, which is not used");
+    return options;
+}
+
+void addPathsFrom(const ListOptions& options, std::vector<std::string>& paths) {
+    Lines lines(openText(options.filesFrom), options.zeroSeparated ? '\0' : '\n', kLongestPath);
+    const auto place = [&] {
+        return options.filesFrom + ": line " + std::to_string(lines.number());
+    };
+    try {
+        while (lines.next()) {
+            if (lines.line().size() > kLongestPath)
+                throw Failure(place() + ": longer than a path can be");
+            if (lines.line().find('\0') != std::string::npos)
+                throw Failure(place() + ": holds a zero byte (-0 reads names that end with one)");
+            if (!lines.line().empty())
+                paths.push_back(lines.line());
+        }
+    } catch (const std::system_error& error) {
+        throw Failure(place(), error.code().value());
+    }
+}
+
+// Why a list cannot hold `name`; empty when it can.
+std::string unsafeBecause(const std::string& name, std::size_t digestLength) {
+    if (name.find('=') != std::string::npos)
+        return "a name with '='";
+    if (name.find('\n') != std::string::npos)
+        return "a name with a line break";
+    if (name.starts_with('['))
+        return "a name that starts with '[' (./ before it helps)";
+    if (name.size() + 1 + digestLength > kLongestListLine)
+        return "a name of " + std::to_string(name.size()) + " characters";
+    return "";
+}
+
+// Makes one list. The steps are taken in order; each throws `Failure` when it ends the command.
+class Listing {
+public:
+    Listing(const ListOptions& options, Console& console)
+        : options_(options), console_(console), digester_({options.algorithm}) {
+        if (!options.out.empty() && options.out != "-")
+            output_.emplace(options.out);
+    }
+
+    void find();
+    void refuseUnsafeNames() const;
+    void hash();
+    void write();
+
+    bool lacksFiles() const { return unreadable_ > 0; }
+    std::string progressSoFar() const;
+
+private:
+    bool hashFile(const FoundFile& file, bool justOpen);
+    void expectAll();
+    void stopIfUnreadable() const;
+
+    const ListOptions& options_;
+    Console& console_;
+    Digester digester_;
+    std::optional<AtomicOutput> output_;
+    std::vector<FoundFile> files_;
+    std::list<HashFileChecker::HashPair> pairs_;
+    std::size_t unreadable_ = 0;
+};
+
+void Listing::stopIfUnreadable() const {
+    if (unreadable_ > 0 && !options_.keepGoing)
+        throw Failure("nothing was written, as " + std::to_string(unreadable_) +
+                      " could not be read (--keep-going lists the others)");
+}
+
+void Listing::find() {
+    std::vector<std::string> paths = options_.paths;
+    if (!options_.filesFrom.empty())
+        addPathsFrom(options_, paths);
+    const auto isOutput = [this](const std::string& name, const struct stat& status) {
+        return output_ && output_->replaces(name, status);
+    };
+    Walk walk({options_.recursive, options_.excludes, isOutput}, console_);
+    for (const std::string& path : paths)
+        walk.add(path);
+    files_ = walk.files();
+    unreadable_ = walk.unreadable();
+    if (walk.refusedDirectories() > 0)
+        throw Failure("nothing was written: directories need -r");
+    stopIfUnreadable();
+    if (files_.empty())
+        throw Failure("nothing to list");
+}
+
+void Listing::refuseUnsafeNames() const {
+    const std::unique_ptr<IHashFactory> factory(createHashFactory(options_.algorithm));
+    const std::unique_ptr<IHash> any(factory->createHash(nullptr, 0));
+    const std::size_t digestLength = any->ToStr(false, true).size();
+    bool refused = false;
+    for (const FoundFile& file : files_) {
+        const std::string reason = unsafeBecause(file.name, digestLength);
+        if (!reason.empty())
+            console_.note(file.name + ": " + reason + " cannot stand in a hash list");
+        refused = refused || !reason.empty();
+    }
+    if (refused)
+        throw Failure("nothing was written (--exclude leaves names out)");
+}
+
+void Listing::expectAll() {
+    Amount total{files_.size(), 0};
+    for (const FoundFile& file : files_)
+        total.bytes += file.size;
+    console_.progress().expect(total);
+}
+
+// A file is listed with the digest of as many bytes as it said to have, which is what a check
+// reads, too. Returns false, with a note, when it cannot be read or gives fewer.
+bool Listing::hashFile(const FoundFile& file, bool justOpen) {
+    const auto complain = [&](const std::string& why) {
+        console_.note(file.name + ": " + why);
+        return false;
+    };
+    try {
+        FileSource source = FileSource::openWithoutWaiting(file.name);
+        if (!source.isRegular())
+            return complain("is no regular file any more");
+        if (justOpen)
+            return true;
+        const std::uint64_t count = digester_.read(source, console_.progress(), source.size());
+        unsigned char more = 0;
+        if (count < source.size() || (count == 0 && source.read(&more, 1) > 0))
+            return complain("its size is not what it gives");
+    } catch (const std::system_error& error) {
+        return complain(errorText(error.code().value()));
+    }
+    pairs_.push_back({file.name, digester_.digests().front()->ToStr(false, true)});
+    return true;
+}
+
+void Listing::hash() {
+    expectAll();
+    for (const FoundFile& file : files_) {
+        stopIfInterrupted();
+        // When nothing will be written any more, the rest is only asked whether it could be read.
+        const bool inVain = unreadable_ > 0 && !options_.keepGoing;
+        if (!hashFile(file, inVain))
+            ++unreadable_;
+        console_.progress().addFile();
+    }
+    stopIfUnreadable();
+    if (pairs_.empty())
+        throw Failure("nothing to list: no file could be read");
+}
+
+void Listing::write() {
+    console_.progress().erase();
+    std::ostringstream text;
+    HashFileChecker::PrintHashes(pairs_, text);
+    if (output_) {
+        output_->commit(text.view());
+        return;
+    }
+    std::istringstream lines(std::move(text).str());
+    for (std::string line; std::getline(lines, line);)
+        console_.print(line);
+}
+
+std::string Listing::progressSoFar() const {
+    return std::to_string(pairs_.size()) + " of " + std::to_string(files_.size()) + " files hashed";
+}
+
+} // namespace
+
+int runList(const Words& words, Console& console) {
+    const ListOptions options = parseList(words);
+    Listing listing(options, console);
+    try {
+        listing.find();
+        listing.refuseUnsafeNames();
+        listing.hash();
+    } catch (const Interrupted&) {
+        console.note("interrupted: " + listing.progressSoFar() + ", nothing was written");
+        return kInterrupted;
+    }
+    listing.write();
+    return listing.lacksFiles() ? kFailed : kDone;
+}
+
+} // namespace cli

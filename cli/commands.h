@@ -1,0 +1,24 @@
+// The tool's commands, one source file each.
+//
+// A command gets the words behind its name, writes through `console`, and returns an exit status.
+// It may throw `HelpWanted`, `UsageError` and `Failure`.
+
+#ifndef PELORIK_CLI_COMMANDS_H
+#define PELORIK_CLI_COMMANDS_H
+
+#include "cli/console.h"
+
+#include <string>
+#include <vector>
+
+namespace cli {
+
+using Words = std::vector<std::string>;
+
+int runHash(const Words& words, Console& console);
+int runList(const Words& words, Console& console);
+int runCheck(const Words& words, Console& console);
+
+} // namespace cli
+
+#endif

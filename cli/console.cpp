@@ -1,0 +1,72 @@
+#include "cli/console.h"
+
+#include "cli/descriptor.h"
+#include "cli/exit_status.h"
+#include "cli/failure.h"
+
+#include <cstdlib>
+#include <unistd.h>
+#include <utility>
+
+namespace cli {
+
+namespace {
+
+constexpr std::size_t kKeptBack = 65536;
+
+std::string forTerminal(std::string_view text, Colour colour) {
+    return painted(printable(text), colour);
+}
+
+} // namespace
+
+Console::Console(std::string speaker)
+    : speaker_(std::move(speaker)), terminalOut_(isTerminal(STDOUT_FILENO)),
+      terminalError_(isTerminal(STDERR_FILENO)), progress_(STDERR_FILENO) {}
+
+void Console::print(std::string_view text, Colour colour) {
+    append(terminalOut_ ? forTerminal(text, colour) : std::string(text));
+    append("\n");
+    if (terminalOut_)
+        flush();
+}
+
+void Console::printBlock(std::string_view text) {
+    append(text);
+}
+
+void Console::append(std::string_view text) {
+    pending_ += text;
+    if (pending_.size() >= kKeptBack)
+        flush();
+}
+
+void Console::flush() {
+    if (pending_.empty())
+        return;
+    if (terminalOut_)
+        progress_.erase();
+    const int error = writeAll(STDOUT_FILENO, std::exchange(pending_, std::string()));
+    if (error != 0)
+        throw Failure("standard output", error);
+}
+
+void Console::note(std::string_view text, Colour colour) {
+    flush();
+    progress_.erase();
+    const std::string line = speaker_ + ": " + std::string(text);
+    writeAll(STDERR_FILENO, (terminalError_ ? forTerminal(line, colour) : line) + "\n");
+}
+
+void Console::leave(int status) {
+    try {
+        flush();
+    } catch (const Failure& failure) {
+        note(failure.what());
+        status = kTrouble;
+    }
+    progress_.erase();
+    std::_Exit(status);
+}
+
+} // namespace cli

@@ -1,0 +1,50 @@
+// Where a command writes: results to standard output, everything else to standard error.
+
+#ifndef PELORIK_CLI_CONSOLE_H
+#define PELORIK_CLI_CONSOLE_H
+
+#include "cli/progress.h"
+#include "cli/terminal.h"
+
+#include <string>
+#include <string_view>
+
+namespace cli {
+
+// On a terminal, text is made printable and may have a colour; elsewhere it goes out byte for byte.
+class Console {
+public:
+    // `speaker` opens every line on standard error: "pelorik: hash".
+    explicit Console(std::string speaker);
+
+    // Adds `text` and a line feed to standard output. Throws `Failure` when writing fails.
+    void print(std::string_view text, Colour colour = Colour::kNone);
+
+    // The same for text that may hold line feeds of its own, such as help.
+    void printBlock(std::string_view text);
+
+    // Writes what `print` has kept back. Throws `Failure` when writing fails.
+    void flush();
+
+    // Writes a line to standard error, after what was printed so far.
+    void note(std::string_view text, Colour colour = Colour::kNone);
+
+    // Writes out what is kept back and ends the process at once, for a command whose threads are
+    // still in the middle of files that nobody needs any more.
+    [[noreturn]] void leave(int status);
+
+    Progress& progress() { return progress_; }
+
+private:
+    void append(std::string_view text);
+
+    std::string speaker_;
+    bool terminalOut_;
+    bool terminalError_;
+    std::string pending_;
+    Progress progress_;
+};
+
+} // namespace cli
+
+#endif

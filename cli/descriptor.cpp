@@ -1,0 +1,46 @@
+#include "cli/descriptor.h"
+
+#include "cli/interrupt.h"
+
+#include <cerrno>
+#include <system_error>
+#include <unistd.h>
+
+namespace cli {
+
+Descriptor::~Descriptor() {
+    close();
+}
+
+int Descriptor::close() {
+    const int number = std::exchange(number_, -1);
+    return number < 0 || ::close(number) == 0 ? 0 : errno;
+}
+
+std::size_t readFull(int descriptor, unsigned char* data, std::size_t size) {
+    std::size_t filled = 0;
+    while (filled < size) {
+        stopIfInterrupted();
+        const ssize_t count = ::read(descriptor, data + filled, size - filled);
+        if (count == 0)
+            break;
+        if (count > 0)
+            filled += static_cast<std::size_t>(count);
+        else if (errno != EINTR)
+            throw std::system_error(errno, std::generic_category());
+    }
+    return filled;
+}
+
+int writeAll(int descriptor, std::string_view data) {
+    while (!data.empty()) {
+        const ssize_t count = ::write(descriptor, data.data(), data.size());
+        if (count >= 0)
+            data.remove_prefix(static_cast<std::size_t>(count));
+        else if (errno != EINTR)
+            return errno;
+    }
+    return 0;
+}
+
+} // namespace cli

@@ -1,0 +1,56 @@
+#include "cli/lines.h"
+
+#include "cli/failure.h"
+
+#include <algorithm>
+#include <system_error>
+
+namespace cli {
+
+FileSource openText(const std::string& name) {
+    try {
+        FileSource source = name == "-" ? FileSource::standardInput() : FileSource::open(name);
+        if (!source.isDirectory())
+            return source;
+    } catch (const std::system_error& error) {
+        throw Failure(name, error.code().value());
+    }
+    throw Failure(name, EISDIR);
+}
+
+Lines::Lines(FileSource source, char separator, std::size_t longest)
+    : source_(std::move(source)), separator_(separator), longest_(longest) {}
+
+bool Lines::refill() {
+    if (at_ == filled_ && !ended_) {
+        at_ = 0;
+        filled_ = source_.read(block_.data(), block_.size());
+        ended_ = filled_ < block_.size();
+    }
+    return at_ < filled_;
+}
+
+bool Lines::next() {
+    line_.clear();
+    ++number_;
+    if (!refill())
+        return false;
+    do {
+        const unsigned char* const begin = block_.data() + at_;
+        const unsigned char* const end =
+            begin + std::min(filled_ - at_, longest_ + 1 - line_.size());
+        const unsigned char* const found =
+            std::find(begin, end, static_cast<unsigned char>(separator_));
+        line_.append(begin, found);
+        at_ += static_cast<std::size_t>(found - begin);
+        if (line_.size() > longest_)
+            return true;
+        if (found != end) {
+            ++at_;
+            return true;
+        }
+    } while (refill());
+    return true;
+}
+
+} // namespace cli

@@ -1,0 +1,111 @@
+// Work spread over threads, results in order.
+
+#ifndef PELORIK_CLI_ORDERED_POOL_H
+#define PELORIK_CLI_ORDERED_POOL_H
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <exception>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace cli {
+
+// Calls `work` with 0 to `count` - 1 on several threads; `next` hands the results out in order. A
+// thread waits when it is too far ahead of `next`, so that memory stays bounded.
+template<class Result>
+class OrderedPool {
+public:
+    OrderedPool(std::size_t count, std::size_t threads, std::function<Result(std::size_t)> work)
+        : count_(count), work_(std::move(work)), slots_(kAhead * threads) {
+        try {
+            for (std::size_t i = 0; i < threads; ++i)
+                threads_.emplace_back([this] { run(); });
+        } catch (const std::system_error&) {
+            // The system gives no more threads: fewer do the same work.
+            if (threads_.empty())
+                throw;
+        }
+    }
+
+    // Waits for the work in hand; begins no more.
+    ~OrderedPool() {
+        {
+            const std::lock_guard lock(mutex_);
+            begun_ = count_;
+        }
+        roomMade_.notify_all();
+        for (std::thread& thread : threads_)
+            thread.join();
+    }
+
+    OrderedPool(const OrderedPool&) = delete;
+    OrderedPool& operator=(const OrderedPool&) = delete;
+
+    // The next result, of which there are `count`; nothing when it is not there within `patience`.
+    // Throws what `work` threw.
+    std::optional<Result> next(std::chrono::milliseconds patience) {
+        std::unique_lock lock(mutex_);
+        Slot& slot = slots_[taken_ % slots_.size()];
+        if (!resultReady_.wait_for(lock, patience, [&] { return slot.result || slot.error; }))
+            return std::nullopt;
+        ++taken_;
+        roomMade_.notify_one();
+        if (slot.error)
+            std::rethrow_exception(std::exchange(slot.error, nullptr));
+        return std::exchange(slot.result, std::nullopt);
+    }
+
+private:
+    static constexpr std::size_t kAhead = 64; // results that a thread may be ahead
+
+    struct Slot {
+        std::optional<Result> result;
+        std::exception_ptr error;
+    };
+
+    Slot workOn(std::size_t index) {
+        try {
+            return {work_(index), nullptr};
+        } catch (...) {
+            return {std::nullopt, std::current_exception()};
+        }
+    }
+
+    void run() {
+        std::unique_lock lock(mutex_);
+        for (;;) {
+            roomMade_.wait(lock,
+                           [&] { return begun_ == count_ || begun_ < taken_ + slots_.size(); });
+            if (begun_ == count_)
+                return;
+            const std::size_t index = begun_++;
+            lock.unlock();
+            Slot done = workOn(index);
+            lock.lock();
+            slots_[index % slots_.size()] = std::move(done);
+            if (index == taken_)
+                resultReady_.notify_one();
+        }
+    }
+
+    const std::size_t count_;
+    const std::function<Result(std::size_t)> work_;
+    std::mutex mutex_;
+    std::condition_variable roomMade_;
+    std::condition_variable resultReady_;
+    std::vector<Slot> slots_; // of index i at i modulo their number
+    std::size_t begun_ = 0;
+    std::size_t taken_ = 0;
+    std::vector<std::thread> threads_; // last: the threads use all of the above
+};
+
+} // namespace cli
+
+#endif

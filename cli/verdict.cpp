@@ -1,0 +1,103 @@
+#include "cli/verdict.h"
+
+#include "cli/failure.h"
+#include "cli/file_source.h"
+
+#include <cerrno>
+#include <memory>
+#include <sstream>
+#include <system_error>
+
+namespace cli {
+
+namespace {
+
+using HashFileChecker::FileHashPair;
+using HashFileChecker::FileIOException;
+
+bool isKnown(const std::string& digest) {
+    return std::unique_ptr<IHashFactory>(createHashFactory(digest)) != nullptr;
+}
+
+// Why a file that is there is not for the library to read; empty when it is. A pipe would wait for
+// ever; and a file of no size that gives bytes all the same, as in /proc, would pass as empty.
+std::string unfitBecause(const std::string& name, std::uint64_t& size) {
+    struct stat status {};
+    if (::stat(name.c_str(), &status) != 0)
+        return ""; // the library says why
+    if (S_ISDIR(status.st_mode))
+        return errorText(EISDIR);
+    if (!S_ISREG(status.st_mode))
+        return "Not a regular file";
+    size = static_cast<std::uint64_t>(status.st_size);
+    if (size > 0)
+        return "";
+    try {
+        FileSource source = FileSource::openWithoutWaiting(name);
+        unsigned char byte = 0;
+        return source.read(&byte, 1) > 0 ? "Its size is not what it gives" : "";
+    } catch (const std::system_error&) {
+        return ""; // the library says why
+    }
+}
+
+Verdict unreadable(const std::string& name, const std::string& why) {
+    return {Status::kError, "Error: File cannot be read: " + name + " [" + why + "].", why, 0};
+}
+
+Status statusOf(const HashFileChecker::Statistics& counted) {
+    if (counted.notFound > 0)
+        return Status::kMissing;
+    if (counted.accessDenied > 0)
+        return Status::kDenied;
+    if (counted.checked == 0)
+        return Status::kUnknown;
+    return counted.failed > 0 ? Status::kChanged : Status::kOk;
+}
+
+std::string errorOf(Status status) {
+    switch (status) {
+    case Status::kMissing:
+        return errorText(ENOENT);
+    case Status::kDenied:
+        return errorText(EACCES);
+    case Status::kUnknown:
+        return "The digest text names no known algorithm";
+    default:
+        return "";
+    }
+}
+
+} // namespace
+
+Verdict verify(const FileHashPair& record, bool stop) {
+    std::uint64_t size = 0;
+    const std::string unfit = unfitBecause(record.name, size);
+    if (!unfit.empty() && isKnown(record.hash))
+        return unreadable(record.name, unfit);
+    std::ostringstream report;
+    HashFileChecker::Statistics counted{};
+    try {
+        HashFileChecker::CheckFiles({record}, report, &counted, stop);
+    } catch (const FileIOException& problem) {
+        return unreadable(record.name, problem.error == 0 ? "It ended while it was read"
+                                                          : errorText(problem.error));
+    }
+    std::string line = report.str();
+    if (!line.empty())
+        line.pop_back();
+    const Status status = statusOf(counted);
+    return {status, line, errorOf(status), size};
+}
+
+std::string digestFound(const FileHashPair& record, const Verdict& verdict) {
+    if (verdict.status == Status::kOk)
+        return record.hash;
+    if (verdict.status != Status::kChanged)
+        return "";
+    // "File changed: NAME [DIGEST]."
+    const std::size_t begin = verdict.report.rfind('[') + 1;
+    return verdict.report.substr(begin, verdict.report.rfind(']') - begin);
+}
+
+} // namespace cli

@@ -1,0 +1,35 @@
+// What becomes of one record of a hash list when its file is checked.
+
+#ifndef PELORIK_CLI_VERDICT_H
+#define PELORIK_CLI_VERDICT_H
+
+#include "checker/hashfile_checker.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace cli {
+
+enum class Status { kOk, kChanged, kMissing, kDenied, kError, kUnknown };
+inline constexpr std::size_t kStatuses = 6;
+
+struct Verdict {
+    Status status = Status::kOk;
+    std::string report;     // the line for it, without its line feed; empty for a file that matches
+    std::string error;      // why there is no digest
+    std::uint64_t size = 0; // of the file
+};
+
+// Checks one record through the library. What the library has no words for, and what it would hang
+// on or pass without having verified it, is reported in words of the tool's own. With `stop` the
+// library is told that the first problem will be the last.
+Verdict verify(const HashFileChecker::FileHashPair& record, bool stop);
+
+// The digest that a file was found to have: as listed when it matches, else the computed one; empty
+// when there is none.
+std::string digestFound(const HashFileChecker::FileHashPair& record, const Verdict& verdict);
+
+} // namespace cli
+
+#endif
