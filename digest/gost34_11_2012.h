@@ -9,6 +9,7 @@
 
 #include "pelorik/export.h"
 
+#include <cstddef>
 #include <cstdint>
 
 /// A 512-bit value: eight words, word 0 least significant.
@@ -42,6 +43,9 @@ public:
     const unsigned char* getHash();
 
 private:
+    friend class Hash_Calc_GOST_34_11_2012; // for addBlocks
+
+    void addBlocks(const unsigned char* data, std::size_t count);
     void finish(const void* data, unsigned long size);
 
     UInt512 h_;

@@ -28,10 +28,11 @@ void Hash_Calc_GOST_34_11_2012::Update(const void* data, unsigned long size) {
         core_.addPortion(buffer_, kBlockSize);
         fill_ = 0;
     }
-    for (; size >= kBlockSize; size -= kBlockSize, bytes += kBlockSize)
-        core_.addPortion(bytes, kBlockSize);
-    std::memcpy(buffer_, bytes, size);
-    fill_ = size;
+    const unsigned long blocks = size / kBlockSize;
+    if (blocks > 0)
+        core_.addBlocks(bytes, blocks);
+    fill_ = size % kBlockSize;
+    std::memcpy(buffer_, bytes + blocks * kBlockSize, fill_);
 }
 
 void Hash_Calc_GOST_34_11_2012::FinalizeHash(Hash_GOST_34_11_2012& out) {

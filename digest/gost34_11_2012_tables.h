@@ -74,7 +74,7 @@ inline constexpr std::string_view kIterationConstants[12] = {
     "378ee767f11631bad21380b00449b17acda43c32bcdf1d77f82012d430219f9b"
     "5d80ef9d1891cc86e71da4aa88e12852faf417d5d9b21b9948bc924af11bd720"};
 
-constexpr std::uint64_t linearTransform(std::uint64_t value) {
+consteval std::uint64_t linearTransform(std::uint64_t value) {
     std::uint64_t result = 0;
     for (unsigned row = 0; row < 64; ++row) {
         if ((value >> (63 - row) & 1) != 0)
@@ -87,7 +87,7 @@ using LpsTable = std::array<std::array<std::uint64_t, 256>, 8>;
 
 // Entry [j][b]: L of the word that has pi(b) in byte j (byte 0 least significant) and zeros
 // elsewhere.
-constexpr LpsTable makeLpsTable() {
+consteval LpsTable makeLpsTable() {
     LpsTable table{};
     for (unsigned j = 0; j < 8; ++j) {
         for (unsigned b = 0; b < 256; ++b)
@@ -96,11 +96,11 @@ constexpr LpsTable makeLpsTable() {
     return table;
 }
 
-constexpr std::uint64_t hexDigitValue(char digit) {
+consteval std::uint64_t hexDigitValue(char digit) {
     return static_cast<std::uint64_t>(digit <= '9' ? digit - '0' : digit - 'a' + 10);
 }
 
-constexpr UInt512 parseConstant(std::string_view text) {
+consteval UInt512 parseConstant(std::string_view text) {
     UInt512 value{};
     for (unsigned i = 0; i < 128; ++i) {
         std::uint64_t& word = value.word[7 - i / 16];
@@ -109,7 +109,7 @@ constexpr UInt512 parseConstant(std::string_view text) {
     return value;
 }
 
-constexpr std::array<UInt512, 12> makeIterationConstants() {
+consteval std::array<UInt512, 12> makeIterationConstants() {
     std::array<UInt512, 12> constants{};
     for (unsigned i = 0; i < 12; ++i)
         constants[i] = parseConstant(kIterationConstants[i]);
