@@ -21,7 +21,9 @@ set_target_properties(pelorikutil PROPERTIES
   LINK_DEPENDS "${PELORIK_VERSION_SCRIPT}"
   BUILD_RPATH "$ORIGIN"
   INSTALL_RPATH "${CMAKE_INSTALL_FULL_LIBDIR}")
+# The library's own calls of its own functions are bound when it is linked.
 target_link_options(pelorikutil PRIVATE
+  -Wl,-Bsymbolic-functions
   "-Wl,--version-script=${PELORIK_VERSION_SCRIPT}"
   -Wl,--enable-new-dtags)
 

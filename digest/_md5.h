@@ -39,6 +39,9 @@ public:
     void FinalizeHash(HashMD5& out);
 
 private:
+    std::size_t fill() const;        // bytes in the block
+    void count(std::uint32_t bytes); // adds to the message's length
+
     unsigned char block_[64];
     std::uint32_t bitCount_[2]; // low word first
     std::uint32_t state_[4];

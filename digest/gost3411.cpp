@@ -1,15 +1,12 @@
 #include "digest/gost3411.h"
 
-#include "digest/hex_text.h"
-#include "digest/wide_sum.h"
-
-#include <cstddef>
-#include <cstring>
-
 #include "digest/gost3411_roads.h"
 #include "digest/hex_text.h"
 #include "digest/roads.h"
 #include "digest/wide_sum.h"
+
+#include <cstddef>
+#include <cstring>
 
 namespace {
 

@@ -1,26 +1,26 @@
 // GOST R 34.11-94 with AVX-512 F, BW, VL and VBMI, and GFNI.
 //
-// The four encryptions of a step run in the four lanes of a 128-bit register. A round extracts the low
-// and the high nibbles of the sum and looks each up in one table of 64 bytes: the box's number stands
-// in the upper bits of the index.
+// The four encryptions of a step run in the four lanes of a 128-bit register. A round extracts the
+// low and the high nibbles of the sum and looks each up in one table of 64 bytes: the box's number
+// stands in the upper bits of the index.
 //
-// The mixing is linear over the bits: psi^74(S) ^ psi^62(M) ^ psi^61(H), each term a 16 x 16 bit matrix
-// over the sixteen 16-bit words. The words' low and high bytes are gathered apart, eight bytes to a
-// quadword; one affine transform with a constant transposes such a quadword's 8 x 8 bits, and a second
-// one multiplies the matrix by it. The terms of M and H do not wait for the encryption.
+// The mixing is linear over the bits: psi^74(S) ^ psi^62(M) ^ psi^61(H), each term a 16 x 16 bit
+// matrix over the sixteen 16-bit words. The words' low and high bytes are gathered apart, eight
+// bytes to a quadword; one affine transform with a constant transposes such a quadword's 8 x 8
+// bits, and a second one multiplies the matrix by it. The terms of M and H do not wait for the
+// encryption.
 //
-// Between steps the chaining value stays as the mixing leaves it (the mixed order): quadword 4b + 2g
-// holds byte b of each of the words 8g to 8g + 7, and the quadwords between them are zero.
+// Between steps the chaining value stays as the mixing leaves it (the mixed order): quadword 4b +
+// 2g holds byte b of each of the words 8g to 8g + 7, and the quadwords between them are zero.
 //
-// This file is compiled for those instructions: it includes nothing that could leave an inline function
-// behind for the rest of the library to share.
+// This file is compiled for those instructions: it includes nothing that could leave an inline
+// function behind for the rest of the library to share.
 
 #include "digest/gost3411_roads.h"
+#include "digest/gost3411_tables.h"
 
 #include <immintrin.h>
 #include <stdint.h>
-
-#include "digest/gost3411_tables.h"
 
 namespace {
 
@@ -35,7 +35,8 @@ struct alignas(64) Quadwords {
     uint64_t at[8];
 };
 
-// Where byte `i` of a 256-bit value stands in the mixed order, and a place that is always zero there.
+// Where byte `i` of a 256-bit value stands in the mixed order, and a place that is always zero
+// there.
 consteval unsigned placeInMixedOrder(unsigned i) {
     const unsigned word = i / 2;
     return 8 * (4 * (i % 2) + 2 * (word / 8)) + word % 8;
@@ -43,7 +44,9 @@ consteval unsigned placeInMixedOrder(unsigned i) {
 constexpr unsigned kZeroInMixedOrder = 8;
 
 // The same in the plain order, loaded into the low half of a register.
-consteval unsigned placeInPlainOrder(unsigned i) { return i; }
+consteval unsigned placeInPlainOrder(unsigned i) {
+    return i;
+}
 constexpr unsigned kZeroInPlainOrder = 32;
 
 // Box `2 byte + high` for each byte of a word, the entries in the nibble that they substitute.
@@ -51,8 +54,8 @@ consteval Bytes boxes(unsigned high) {
     Bytes table{};
     for (unsigned byte = 0; byte < 4; ++byte) {
         for (unsigned value = 0; value < 16; ++value)
-            table.at[16 * byte + value] = static_cast<uint8_t>(S[2 * byte + high][value]
-                                                               << (4 * high));
+            table.at[16 * byte + value] =
+                static_cast<uint8_t>(S[2 * byte + high][value] << (4 * high));
     }
     return table;
 }
@@ -83,8 +86,9 @@ consteval unsigned member(unsigned set, unsigned nth) {
     return 4;
 }
 
-// The permutation that brings the `nth` term of the sums to the key words: 32-bit lane 4j + i is word
-// `4 half + j` of key i, made of byte `4 half + j` of each of the four quadwords (the standard's P).
+// The permutation that brings the `nth` term of the sums to the key words: 32-bit lane 4j + i is
+// word `4 half + j` of key i, made of byte `4 half + j` of each of the four quadwords (the
+// standard's P).
 template<class Place>
 consteval Bytes keyTerm(unsigned half, unsigned times, unsigned nth, Place place, unsigned zero) {
     Bytes permutation{};
@@ -127,8 +131,8 @@ consteval Bytes halves(unsigned high) {
     return permutation;
 }
 
-// Gathers for the affine transforms: quadword 4b + 2t + g is byte b of the words 8g + 7 to 8g, in that
-// order, for t = 0 and 1. `place` tells where a byte of the value stands.
+// Gathers for the affine transforms: quadword 4b + 2t + g is byte b of the words 8g + 7 to 8g, in
+// that order, for t = 0 and 1. `place` tells where a byte of the value stands.
 template<class Place>
 consteval Bytes gathering(Place place) {
     Bytes permutation{};
@@ -139,9 +143,11 @@ consteval Bytes gathering(Place place) {
     return permutation;
 }
 
-// Of the two registers that the encryption ends with, the low halves of the quadwords count from 0 and
-// the high halves from 64.
-consteval unsigned placeInHalves(unsigned i) { return i % 4 + 4 * (i / 8) + (i % 8 < 4 ? 0 : 64); }
+// Of the two registers that the encryption ends with, the low halves of the quadwords count from 0
+// and the high halves from 64.
+consteval unsigned placeInHalves(unsigned i) {
+    return i % 4 + 4 * (i / 8) + (i % 8 < 4 ? 0 : 64);
+}
 
 consteval Bytes toPlainOrder() {
     Bytes permutation{};
@@ -178,8 +184,8 @@ consteval Matrix psi(unsigned count) {
     return matrix;
 }
 
-// The rows of psi^count for the affine transform: byte i of quadword 4b + 2t + g says which of the words
-// 8g to 8g + 7 word 8t + i takes in.
+// The rows of psi^count for the affine transform: byte i of quadword 4b + 2t + g says which of the
+// words 8g to 8g + 7 word 8t + i takes in.
 consteval Bytes rowsOfPsi(unsigned count) {
     const Matrix matrix = psi(count);
     Bytes rows{};
@@ -212,7 +218,9 @@ constexpr Bytes kPsi61 = rowsOfPsi(61);
 constexpr int kXor3 = 0x96;       // the truth table of a ^ b ^ c
 constexpr int kMaskAndSet = 0xea; // the truth table of (a & b) | c
 
-inline __m512i table(const Bytes& values) { return _mm512_load_si512(&values); }
+inline __m512i table(const Bytes& values) {
+    return _mm512_load_si512(&values);
+}
 
 inline __m512i permute(__m512i value, const Bytes& permutation) {
     return _mm512_permutexvar_epi8(table(permutation), value);
@@ -230,11 +238,10 @@ struct KeyWords {
 inline KeyWords keyTermsOfBlock(__m512i block) {
     KeyWords words;
     for (int half = 0; half < 2; ++half)
-        words.half[half] =
-            _mm512_xor_si512(xor3(permute(block, kBlockToKeys[half][0]),
-                                  permute(block, kBlockToKeys[half][1]),
-                                  permute(block, kBlockToKeys[half][2])),
-                             table(kKeyConstant[half]));
+        words.half[half] = _mm512_xor_si512(xor3(permute(block, kBlockToKeys[half][0]),
+                                                 permute(block, kBlockToKeys[half][1]),
+                                                 permute(block, kBlockToKeys[half][2])),
+                                            table(kKeyConstant[half]));
     return words;
 }
 
@@ -246,9 +253,8 @@ struct Keys {
 inline Keys generateKeys(__m512i hash, const KeyWords& ofBlock) {
     Keys keys;
     for (int half = 0; half < 2; ++half) {
-        const __m512i words =
-            xor3(permute(hash, kHashToKeys[half][0]), permute(hash, kHashToKeys[half][1]),
-                 ofBlock.half[half]);
+        const __m512i words = xor3(permute(hash, kHashToKeys[half][0]),
+                                   permute(hash, kHashToKeys[half][1]), ofBlock.half[half]);
         keys.word[4 * half] = _mm512_castsi512_si128(words);
         keys.word[4 * half + 1] = _mm512_extracti32x4_epi32(words, 1);
         keys.word[4 * half + 2] = _mm512_extracti32x4_epi32(words, 2);

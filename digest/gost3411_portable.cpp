@@ -1,15 +1,13 @@
 // GOST R 34.11-94 for any x86-64 processor.
 
 #include "digest/gost3411_roads.h"
-
-#include <emmintrin.h>
+#include "digest/gost3411_tables.h"
 
 #include <array>
 #include <bit>
 #include <cstdint>
 #include <cstring>
-
-#include "digest/gost3411_tables.h"
+#include <emmintrin.h>
 
 static_assert(std::endian::native == std::endian::little);
 
@@ -28,8 +26,8 @@ consteval SubstitutionTable makeSubstitutionTable() {
     SubstitutionTable table{};
     for (unsigned k = 0; k < 4; ++k) {
         for (unsigned byte = 0; byte < 256; ++byte) {
-            const auto substituted = static_cast<std::uint32_t>(S[2 * k + 1][byte >> 4] << 4 |
-                                                                S[2 * k][byte & 15]);
+            const auto substituted =
+                static_cast<std::uint32_t>(S[2 * k + 1][byte >> 4] << 4 | S[2 * k][byte & 15]);
             table[k][byte] = std::rotl(substituted << (8 * k), 11);
         }
     }
@@ -54,7 +52,9 @@ struct Keys {
     std::uint32_t word[8][4];
 };
 
-__m128i pair(std::uint64_t low) { return _mm_cvtsi64_si128(static_cast<long long>(low)); }
+__m128i pair(std::uint64_t low) {
+    return _mm_cvtsi64_si128(static_cast<long long>(low));
+}
 
 // The standard's P of one value: key word j is made of byte j of each of the four quadwords.
 struct KeyWords {
@@ -81,8 +81,8 @@ void storeTransposed(std::uint32_t (*out)[4], __m128i k0, __m128i k1, __m128i k2
     _mm_storeu_si128(rows + 3, _mm_unpackhi_epi64(high01, high23));
 }
 
-// The standard's key generation with its transforms A written down: each quadword of U and V is a sum
-// of a few quadwords of H and M.
+// The standard's key generation with its transforms A written down: each quadword of U and V is a
+// sum of a few quadwords of H and M.
 Keys generateKeys(const Vector& hash, const Vector& block) {
     const auto [h0, h1, h2, h3] = hash.word;
     const auto [m0, m1, m2, m3] = block.word;
@@ -95,8 +95,8 @@ Keys generateKeys(const Vector& hash, const Vector& block) {
 
     const KeyWords k0 = transformP(h0 ^ m0, h1 ^ m1, h2 ^ m2, h3 ^ m3);
     const KeyWords k1 = transformP(h1 ^ m2, h2 ^ m3, h3 ^ m01, h01 ^ m12);
-    const KeyWords k2 = transformP(h2 ^ m01 ^ C3[0], h3 ^ m12 ^ C3[1], h01 ^ m23 ^ C3[2],
-                                   h12 ^ m013 ^ C3[3]);
+    const KeyWords k2 =
+        transformP(h2 ^ m01 ^ C3[0], h3 ^ m12 ^ C3[1], h01 ^ m23 ^ C3[2], h12 ^ m013 ^ C3[3]);
     const KeyWords k3 = transformP(h3 ^ m23 ^ C3[1], h01 ^ m013 ^ C3[2], h12 ^ m0 ^ m2 ^ C3[3],
                                    h2 ^ h3 ^ m1 ^ m3 ^ C3[0] ^ C3[1]);
     Keys keys;
@@ -129,9 +129,9 @@ Halves lowHalves(const Vector& v) {
 }
 
 Halves highHalves(const Vector& v) {
-    return {static_cast<std::uint32_t>(v.word[0] >> 32), static_cast<std::uint32_t>(v.word[1] >> 32),
-            static_cast<std::uint32_t>(v.word[2] >> 32),
-            static_cast<std::uint32_t>(v.word[3] >> 32)};
+    return {
+        static_cast<std::uint32_t>(v.word[0] >> 32), static_cast<std::uint32_t>(v.word[1] >> 32),
+        static_cast<std::uint32_t>(v.word[2] >> 32), static_cast<std::uint32_t>(v.word[3] >> 32)};
 }
 
 std::uint64_t join(std::uint32_t low, std::uint32_t high) {

@@ -1,7 +1,7 @@
 // Addition of wide numbers: words least significant first, the last carry dropped. Not installed.
 //
-// Of internal linkage, since sources that are compiled for newer processors include it too: a shared
-// copy could be one that others cannot run.
+// Of internal linkage, since sources that are compiled for newer processors include it too: a
+// shared copy could be one that others cannot run.
 
 #ifndef PELORIK_DIGEST_WIDE_SUM_H
 #define PELORIK_DIGEST_WIDE_SUM_H
