@@ -1,0 +1,15 @@
+// The digest that stands in a document's attribute. Not installed.
+
+#ifndef PELORIK_CONFIG_XML_DIGEST_H
+#define PELORIK_CONFIG_XML_DIGEST_H
+
+#include "config/vpnxml.h"
+#include "digest/_md5.h"
+
+namespace xml_digest {
+
+HashMD5 ofDocument(const XMLDeclaration& root);
+
+} // namespace xml_digest
+
+#endif

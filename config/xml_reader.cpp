@@ -1,0 +1,220 @@
+#include "config/vpnxml.h"
+#include "config/xml_digest.h"
+#include "config/xml_lexer.h"
+
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <vector>
+
+// Reads elements from a stream, with its own stack of those whose end is still to come.
+class XMLReader {
+public:
+    using Tag = XMLDeclaration::tag;
+
+    explicit XMLReader(std::istream& in) : lexer_(in) {}
+
+    bool readTag(Tag& tag, bool openTaken = false);
+    int readAttributes(Tag& tag);
+    std::unique_ptr<Tag> readElements(XMLDeclaration& parent);
+    void readContent(XMLDeclaration& element);
+    void readHeader();
+    void readDocument(XMLDocument& document);
+
+private:
+    using Element = std::unique_ptr<XMLDeclaration>;
+
+    bool readText(XMLDeclaration& element);
+    void readByteOrderMark();
+    void readRoot(XMLDocument& document);
+
+    XMLLexer lexer_;
+};
+
+namespace {
+
+void requireEndTag(const XMLDeclaration& element, const XMLDeclaration::tag& tag) {
+    if (!tag.IsClosing())
+        throw XMLParserError(element.GetName() + " [End tag expected]");
+    if (tag.GetName() != element.GetName())
+        throw XMLParserError(element.GetName() + " [End tag mismatch]");
+}
+
+} // namespace
+
+// True when the tag was self-closing. With `openTaken` its "<" was taken before the call.
+bool XMLReader::readTag(Tag& tag, bool openTaken) {
+    tag.closing_ = false;
+    if (!lexer_.openTag(openTaken))
+        lexer_.expect('<', "'<' expected at begining of tag");
+    lexer_.skipWhite();
+    if (lexer_.peek() == '/') {
+        lexer_.take();
+        tag.closing_ = true;
+    }
+    tag.name_ = lexer_.word();
+    bool selfClosing = false;
+    if (tag.closing_)
+        lexer_.skipWhite();
+    else
+        selfClosing = readAttributes(tag) == '/';
+    if (selfClosing) {
+        lexer_.take();
+        tag.closing_ = true;
+    }
+    if (lexer_.take() != '>')
+        throw XMLParserError("'>' expected at end of tag");
+    return selfClosing;
+}
+
+int XMLReader::readAttributes(Tag& tag) {
+    for (;;) {
+        lexer_.skipWhite();
+        const int byte = lexer_.peek();
+        if (byte == '/' || byte == '>')
+            return byte;
+        tag.attributes_.emplace_back();
+        auto& [key, value] = tag.attributes_.back();
+        key = lexer_.word();
+        lexer_.skipWhite();
+        lexer_.expect('=', "'=' expected");
+        value = lexer_.quoted();
+    }
+}
+
+// Reads children of `parent` up to an end tag that is not one of theirs.
+std::unique_ptr<XMLReader::Tag> XMLReader::readElements(XMLDeclaration& parent) {
+    std::vector<Element> open; // each the parent of the next
+    for (;;) {
+        auto tag = std::make_unique<Tag>();
+        const bool selfClosing = readTag(*tag);
+        const bool isEnd = tag->IsClosing() && !selfClosing;
+        if (isEnd && open.empty())
+            return tag;
+
+        Element complete;
+        if (isEnd) {
+            requireEndTag(*open.back(), *tag);
+            complete = std::move(open.back());
+            open.pop_back();
+        } else {
+            Element element(new XMLDeclaration(std::move(tag)));
+            if (selfClosing || readText(*element))
+                complete = std::move(element);
+            else
+                open.push_back(std::move(element));
+        }
+        if (complete)
+            (open.empty() ? parent : *open.back()).AddChild(complete.release());
+    }
+}
+
+void XMLReader::readContent(XMLDeclaration& element) {
+    if (!readText(element))
+        requireEndTag(element, *readElements(element));
+}
+
+// Reads the text and the end tag of `element`; false when it begins with a tag instead.
+bool XMLReader::readText(XMLDeclaration& element) {
+    lexer_.skipWhite();
+    if (lexer_.peek() == '<')
+        return false;
+    element.body_ = lexer_.text();
+    Tag end;
+    readTag(end);
+    requireEndTag(element, end);
+    return true;
+}
+
+void XMLReader::readHeader() {
+    if (lexer_.word() != "?xml")
+        throw XMLParserError("\"xml\" expected");
+    for (lexer_.skipWhite(); lexer_.peek() != '?'; lexer_.skipWhite()) {
+        lexer_.word();
+        lexer_.skipWhite();
+        lexer_.expect('=', "'=' expected");
+        lexer_.quoted();
+    }
+    lexer_.take();
+    if (lexer_.take() != '>')
+        throw XMLParserError("\"?>\" expected");
+}
+
+void XMLReader::readDocument(XMLDocument& document) {
+    int byte = lexer_.firstByte();
+    if (byte == 0xEF) {
+        readByteOrderMark();
+        byte = lexer_.take();
+    }
+    if (byte == '<')
+        readRoot(document);
+    lexer_.expectEnd();
+}
+
+// Reads the mark from its second byte on.
+void XMLReader::readByteOrderMark() {
+    if (lexer_.take() != 0xBB || lexer_.take() != 0xBF)
+        throw XMLParserError("Unexpected symbol, when parsing Byte Order Mark (BOM). "
+                             "UTF-8 only supported: EF BB BF");
+}
+
+// Reads the XML declaration, if there is one, and the root, from the byte behind "<" on.
+void XMLReader::readRoot(XMLDocument& document) {
+    const bool hasHeader = lexer_.nextIs('?');
+    if (hasHeader)
+        readHeader();
+    if (!readTag(*document.tag_, !hasHeader))
+        readContent(document);
+}
+
+bool XMLDeclaration::tag::ReadDecl(std::istream& in) {
+    return XMLReader(in).readTag(*this);
+}
+
+int XMLDeclaration::tag::ReadAttribs(std::istream& in) {
+    return XMLReader(in).readAttributes(*this);
+}
+
+void XMLDeclaration::Read(std::istream& in) {
+    XMLReader(in).readContent(*this);
+}
+
+std::unique_ptr<XMLDeclaration::tag> XMLDeclaration::ReadElements(std::istream& in) {
+    return XMLReader(in).readElements(*this);
+}
+
+void XMLDocument::processXMLheader(std::istream& in) {
+    XMLReader(in).readHeader();
+}
+
+void XMLDocument::Read(std::istream& in) {
+    XMLReader(in).readDocument(*this);
+    const std::string digits = GetAttr(HashAttrKey);
+    DelAttr(HashAttrKey);
+    if (!useHash_)
+        return;
+    if (digits.empty())
+        throw XMLHashError("empty hash attribute");
+    // A NUL among the digits would hide what stands behind it.
+    const bool whole = digits.find('\0') == std::string::npos;
+    if (!whole || !xml_digest::ofDocument(*this).Check(digits.c_str(), false))
+        throw XMLHashError("invalid hash");
+}
+
+bool XMLDocument::Load(const char* path) {
+    path = path == nullptr ? "" : path;
+    std::ifstream file(path);
+    if (!file.is_open()) {
+        std::cerr << "WARNING: Can`t open " << GetName() << " file [" << path << "] for reading"
+                  << std::endl;
+        return false;
+    }
+    try {
+        Read(file);
+        return true;
+    } catch (const std::exception& problem) {
+        EraseAll();
+        std::cerr << "PARSE ERROR: [" << path << "] : " << problem.what() << std::endl;
+        return false;
+    }
+}
