@@ -158,7 +158,7 @@ void GetFileHash(const char* path, IHash_Calc& calc) {
         if (taken == 0)
             throw FileIOException(errno, path, kReadError);
         if (first)
-            std::memset(buffer + taken, 0, sizeof buffer - taken);
+            std::memset(buffer + taken, 0, chunk - taken);
         calc.Update(buffer, chunk);
         remaining -= static_cast<off_t>(chunk);
     }
