@@ -36,7 +36,7 @@ Reply failure(int error);
 inline constexpr int kDescriptor = 77; // no descriptor of the test program
 inline constexpr int kProcess = 0x01020304;
 
-class Kernel;
+struct Kernel;
 
 // As long as it lives, the library meets this kernel.
 class Running {
