@@ -20,7 +20,6 @@ constexpr std::size_t kHashListLine = 4128;
 constexpr std::size_t kLongestPrintedName = 8193;
 constexpr std::size_t kChunk = 65536;
 
-constexpr char kNoFileName[] = "File name is empty";
 constexpr char kReadError[] = "File read error";
 
 struct CloseFile {
@@ -35,6 +34,12 @@ const char* pathOrEmpty(const char* path) {
     return path == nullptr ? "" : path;
 }
 
+// Throws. The number is handed over by value before the exception takes memory, which may change
+// errno.
+[[noreturn]] void fail(int error, const char* file, const char* message) {
+    throw FileIOException(error, file, message);
+}
+
 // Calls `take` with each line of the file at `path` that is not empty, up to the first one that
 // cannot be read: the end, a line of more than `Limit` characters, or a failing device.
 template<std::size_t Limit, class Take>
@@ -42,11 +47,11 @@ void readLines(const char* path, const char* openError, const char* readError, T
     path = pathOrEmpty(path);
     std::ifstream in(path);
     if (!in.good())
-        throw FileIOException(errno, path, openError);
+        fail(errno, path, openError);
     char line[Limit + 1];
     while (in.getline(line, sizeof line)) {
         if (in.bad())
-            throw FileIOException(errno, path, readError);
+            fail(errno, path, readError);
         const auto taken = static_cast<std::size_t>(in.gcount());
         const string_view text(line, in.eof() ? taken : taken - 1);
         if (!text.empty())
@@ -62,7 +67,7 @@ off_t sizeOf(std::FILE* file) {
 
 void requirePath(const char* path) {
     if (path == nullptr || *path == '\0')
-        throw FileIOException(0, "", kNoFileName);
+        fail(0, "", "File name is empty");
 }
 
 // The file that a file list's entry stands for.
@@ -73,10 +78,12 @@ std::string fileOfEntry(const std::string& entry) {
     return entry.substr(entry.rfind('/') + 1); // npos + 1 is 0: the whole entry
 }
 
-std::unique_ptr<IHash> digestOfFile(const IHashFactory& factory, const std::string& path) {
+// The text, with prefix, of a file's digest.
+std::string digestText(const IHashFactory& factory, const std::string& path, bool upperCase) {
     const std::unique_ptr<IHash_Calc> calc(factory.createHashCalc());
     GetFileHash(path.c_str(), *calc);
-    return std::unique_ptr<IHash>(factory.createHash(*calc, true));
+    const std::unique_ptr<IHash> digest(factory.createHash(*calc, true));
+    return digest->ToStr(upperCase, true);
 }
 
 // Reports a file that could not be read. Returns the code with which a check that stops at the
@@ -118,17 +125,17 @@ void LoadFileList(const char* path, std::list<std::string>& out) {
 }
 
 void LoadHashList(const char* path, std::list<FileHashPair>& out) {
-    readLines<kHashListLine>(
-        path, "Can`t open HashList file for reading.", "HashList read error.",
-        [&](string_view line) {
-            if (line.front() == '[')
-                return;
-            const std::size_t divider = line.find('=');
-            if (divider == string_view::npos)
-                throw FileIOException(errno, pathOrEmpty(path), "HashList format error");
-            out.push_back({std::string(line.substr(0, divider)),
-                           std::string(line.substr(divider + 1)), std::string()});
-        });
+    readLines<kHashListLine>(path, "Can`t open HashList file for reading.", "HashList read error.",
+                             [&](string_view line) {
+                                 if (line.front() == '[')
+                                     return;
+                                 const std::size_t divider = line.find('=');
+                                 if (divider == string_view::npos)
+                                     fail(errno, pathOrEmpty(path), "HashList format error");
+                                 out.push_back({std::string(line.substr(0, divider)),
+                                                std::string(line.substr(divider + 1)),
+                                                std::string()});
+                             });
 }
 
 void PrintHashes(const std::list<HashPair>& pairs, std::ostream& out) {
@@ -144,10 +151,10 @@ void GetFileHash(const char* path, IHash_Calc& calc) {
     path = pathOrEmpty(path);
     const File file(std::fopen(path, "rb"));
     if (!file)
-        throw FileIOException(errno, path, "Can`t open File for reading.");
+        fail(errno, path, "Can`t open File for reading.");
     off_t remaining = sizeOf(file.get());
     if (remaining < 0)
-        throw FileIOException(errno, path, kReadError);
+        fail(errno, path, kReadError);
 
     char buffer[kChunk];
     for (bool first = true; remaining > 0; first = false) {
@@ -156,7 +163,7 @@ void GetFileHash(const char* path, IHash_Calc& calc) {
         errno = 0; // so that a file that ended early is not given an older error's number
         const std::size_t taken = std::fread(buffer, 1, chunk, file.get());
         if (taken == 0)
-            throw FileIOException(errno, path, kReadError);
+            fail(errno, path, kReadError);
         if (first)
             std::memset(buffer + taken, 0, chunk - taken);
         calc.Update(buffer, chunk);
@@ -169,7 +176,7 @@ bool CalcHash(const std::string& fileName, const std::string& algorithm, std::st
     if (!factory)
         factory.reset(createHashFactory(GOST_3411_2012));
     try {
-        result = digestOfFile(*factory, fileName)->ToStr(true, true);
+        result = digestText(*factory, fileName, true);
         return true;
     } catch (const FileIOException&) {
         return false;
@@ -184,12 +191,12 @@ void ProcessFiles(const char* path, bool isFileList, std::ostream& out) {
     else
         entries.emplace_back(path);
     if (entries.empty())
-        throw FileIOException(0, "", "No files to process");
+        fail(0, "", "No files to process");
 
     const std::unique_ptr<IHashFactory> factory(createHashFactory(GOST_3411_2012));
     std::list<HashPair> pairs;
     for (const std::string& entry : entries)
-        pairs.push_back({entry, digestOfFile(*factory, fileOfEntry(entry))->ToStr(false, true)});
+        pairs.push_back({entry, digestText(*factory, fileOfEntry(entry), false)});
     PrintHashes(pairs, out);
 }
 
