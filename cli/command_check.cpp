@@ -46,7 +46,7 @@ const StatusWords& wordsOf(Status status) {
 }
 
 struct CheckOptions {
-    std::string directory;
+    std::optional<std::string> directory;
     unsigned threads = 0;
     bool stop = false;
     bool ignoreMissing = false;
@@ -317,13 +317,14 @@ int Check::run() {
 }
 
 void enter(const std::string& directory) {
-    if (!directory.empty() && ::chdir(directory.c_str()) != 0)
+    if (::chdir(directory.c_str()) != 0)
         throw Failure(directory, errno);
 }
 
 int check(const CheckOptions& options, Console& console) {
     std::vector<FileHashPair> records = readHashList(options.list);
-    enter(options.directory);
+    if (options.directory)
+        enter(*options.directory);
     return Check(options, std::move(records), console).run();
 }
 

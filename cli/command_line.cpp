@@ -69,8 +69,8 @@ void CommandLine::flag(const std::string& names, bool& target, const std::string
     app_->add_flag(names, target, text)->disable_flag_override();
 }
 
-void CommandLine::value(const std::string& names, const std::string& what, std::string& target,
-                        const std::string& text) {
+void CommandLine::value(const std::string& names, const std::string& what,
+                        std::optional<std::string>& target, const std::string& text) {
     app_->add_option(names, target, text)->type_name(what);
 }
 

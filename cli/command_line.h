@@ -3,7 +3,9 @@
 #ifndef PELORIK_CLI_COMMAND_LINE_H
 #define PELORIK_CLI_COMMAND_LINE_H
 
+#include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,8 +33,8 @@ public:
 
     // `names` as in "-a,--algorithm"; `what` names the value in --help.
     void flag(const std::string& names, bool& target, const std::string& text);
-    void value(const std::string& names, const std::string& what, std::string& target,
-               const std::string& text);
+    void value(const std::string& names, const std::string& what,
+               std::optional<std::string>& target, const std::string& text);
     void number(const std::string& names, const std::string& what, unsigned& target,
                 const std::string& text);
 

@@ -27,10 +27,10 @@ struct ListOptions {
     HashFileChecker::Alg algorithm = HashFileChecker::GOST_3411_2012;
     bool recursive = false;
     std::vector<std::string> excludes;
-    std::string filesFrom;
+    std::optional<std::string> filesFrom;
     bool zeroSeparated = false;
     bool keepGoing = false;
-    std::string out;
+    std::optional<std::string> out;
     std::vector<std::string> paths;
 };
 
@@ -50,7 +50,7 @@ ListOptions parseList(const Words& words) {
                      "[--keep-going] [-o OUT] PATH...",
                      "Writes a hash list of the files PATH, under the names as they are given.");
     ListOptions options;
-    std::string algorithm = kDefaultAlgorithm;
+    std::optional<std::string> algorithm;
     line.value("-a,--algorithm", "ALG", algorithm, std::string(kAlgorithmNames) + " (the default)");
     line.flag(
         "-r,--recursive", options.recursive,
@@ -67,18 +67,18 @@ ListOptions parseList(const Words& words) {
                "write to OUT, which is replaced as a whole; it is never listed itself");
     describe(line);
     options.paths = line.parse(words);
-    options.algorithm = algorithmNamed(algorithm);
-    if (options.paths.empty() && options.filesFrom.empty())
+    options.algorithm = algorithmNamed(algorithm.value_or(kDefaultAlgorithm));
+    if (options.paths.empty() && !options.filesFrom)
         throw UsageError("nothing to list: name a PATH, or use --files-from");
-    if (options.zeroSeparated && options.filesFrom.empty())
+    if (options.zeroSeparated && !options.filesFrom)
         throw UsageError("-0 says how --files-from is read, which is not used");
     return options;
 }
 
 void addPathsFrom(const ListOptions& options, std::vector<std::string>& paths) {
-    Lines lines(openText(options.filesFrom), options.zeroSeparated ? '\0' : '\n', kLongestPath);
+    Lines lines(openText(*options.filesFrom), options.zeroSeparated ? '\0' : '\n', kLongestPath);
     const auto place = [&] {
-        return options.filesFrom + ": line " + std::to_string(lines.number());
+        return *options.filesFrom + ": line " + std::to_string(lines.number());
     };
     try {
         while (lines.next()) {
@@ -112,8 +112,8 @@ class Listing {
 public:
     Listing(const ListOptions& options, Console& console)
         : options_(options), console_(console), digester_({options.algorithm}) {
-        if (!options.out.empty() && options.out != "-")
-            output_.emplace(options.out);
+        if (options.out && *options.out != "-")
+            output_.emplace(*options.out);
     }
 
     void find();
@@ -146,7 +146,7 @@ void Listing::stopIfUnreadable() const {
 
 void Listing::find() {
     std::vector<std::string> paths = options_.paths;
-    if (!options_.filesFrom.empty())
+    if (options_.filesFrom)
         addPathsFrom(options_, paths);
     const auto isOutput = [this](const std::string& name, const struct stat& status) {
         return output_ && output_->replaces(name, status);

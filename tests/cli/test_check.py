@@ -1,0 +1,450 @@
+"""pelorik check. The report's lines are the library's own; expected digests come from hashlib."""
+
+import base64
+import json
+import os
+import random
+import subprocess
+import sys
+import time
+import unittest
+
+from tool import GOST94, GOST2012, MD5, TOOL, ToolTest, environment, gost94, gost2012, md5
+
+
+def record(name, data):
+    return "%s=%s%s\n" % (name, MD5, md5(data))
+
+
+class CheckTest(ToolTest):
+    def check(self, *words, **options):
+        return self.run_tool("check", *words, **options)
+
+    def listed(self, *lines):
+        return self.write("list", b"".join(
+            line if isinstance(line, bytes) else line.encode() for line in lines))
+
+    def make_mixed(self):
+        """A list with one record of every status but denied; returns it with its report."""
+        self.write("good", b"1")
+        self.write("bad", b"2")
+        os.mkdir("dir")
+        self.listed(record("good", b"1"), record("bad", b"other"), record("gone", b""),
+                    record("dir", b""), "odd=#SHA1:00\n")
+        return ("File changed: bad [%s%s].\n"
+                "Warning: File not found: gone.\n"
+                "Error: File cannot be read: dir [Is a directory].\n"
+                "Can't create hash calculator for odd [#SHA1:00].\n" % (MD5, md5(b"2")))
+
+    MIXED_SUMMARY = ("pelorik: check: 5 checked: 1 unchanged, 1 changed, 1 missing, 1 unreadable, "
+                     "1 of no known algorithm\n")
+
+
+class Reports(CheckTest):
+    def test_files_that_match_print_nothing_and_give_status_0(self):
+        self.write("a", b"1")
+        self.write("b", b"")
+        self.listed(record("a", b"1"), record("b", b""))
+        done = self.check("list")
+        self.assertEqual((done.status, done.out), (0, b""))
+        self.assertEqual(done.complaint, "pelorik: check: 2 checked: 2 unchanged\n")
+
+    def test_the_librarys_lines_and_the_tools_own_in_list_order(self):
+        report = self.make_mixed()
+        done = self.check("list")
+        self.assertEqual((done.status, done.text, done.complaint), (1, report, self.MIXED_SUMMARY))
+
+    def test_each_problem_alone_is_status_1(self):
+        self.write("bad", b"2")
+        os.mkdir("dir")
+        for line in (record("bad", b"x"), record("gone", b""), record("dir", b""), "bad=12\n"):
+            with self.subTest(line=line):
+                self.listed(line)
+                self.assertEqual(self.check("list").status, 1)
+
+    def test_a_file_without_permission(self):
+        self.write("good", b"1")
+        self.write("secret", b"1")
+        os.chmod("secret", 0)
+        self.listed(record("secret", b"1"), record("good", b"1"))
+        done = self.run_unprivileged("check", "list")
+        self.assertEqual((done.status, done.text), (1, "Warning: File access denied: secret.\n"))
+        self.assertEqual(done.complaint, "pelorik: check: 2 checked: 1 unchanged, 1 denied\n")
+
+    def test_every_form_of_digest_text(self):
+        data = b"abc"
+        self.write("f", data)
+        for text in (MD5 + md5(data), "$MD5:" + md5(data).upper(), md5(data), md5(data).upper(),
+                     GOST94 + gost94(data), "$" + GOST94[1:] + gost94(data).upper(),
+                     GOST2012 + gost2012(data), gost2012(data).upper()):
+            self.listed("f=%s\n" % text)
+            self.assertEqual(self.check("list").status, 0, text)
+        # Bare digits of gost94 are read as gost2012; mixed case is no digest.
+        for text in (gost94(data), MD5 + md5(data)[:16].upper() + md5(data)[16:]):
+            self.listed("f=%s\n" % text)
+            self.assertEqual(self.check("list").status, 1, text)
+
+    def test_section_headers_and_empty_lines_are_skipped_and_the_last_line_needs_no_end(self):
+        self.write("f", b"1")
+        self.listed("\n[section]\n[has=sign]\n\n", record("f", b"1").rstrip("\n"))
+        done = self.check("list")
+        self.assertEqual((done.status, done.complaint), (0, "pelorik: check: 1 checked: 1 unchanged\n"))
+
+    def test_nothing_is_trimmed(self):
+        self.write(" f ", b"1")
+        self.listed(" f =%s%s\n" % (MD5, md5(b"1")))
+        self.assertEqual(self.check("list").status, 0)
+
+    def test_a_list_from_standard_input(self):
+        self.write("f", b"1")
+        self.assertEqual(self.check("-", stdin=record("f", b"1").encode()).status, 0)
+        self.assertEqual(self.check("-", stdin=record("f", b"2").encode()).status, 1)
+
+    def test_one_flipped_bit_is_caught(self):
+        data = bytearray(os.urandom(200000))
+        self.write("f", bytes(data))
+        self.run_tool("list", "-o", "list", "f")
+        self.assertEqual(self.check("list").status, 0)
+        data[123456] ^= 4
+        self.write("f", bytes(data))
+        done = self.check("list")
+        self.assertEqual((done.status, done.text),
+                         (1, "File changed: f [%s%s].\n" % (GOST2012, gost2012(bytes(data)))))
+
+
+class Entries(CheckTest):
+    """Entries that the library would hang on, give up at, or pass unverified."""
+
+    def assert_error(self, name, why):
+        self.write("good", b"1")
+        self.listed(record(name, b""), record("good", b"1"))
+        done = self.check("list")
+        self.assertEqual(done.status, 1)
+        self.assertEqual(done.text, "Error: File cannot be read: %s [%s].\n" % (name, why))
+        self.assertEqual(done.complaint, "pelorik: check: 2 checked: 1 unchanged, 1 unreadable\n")
+
+    def test_a_directory(self):
+        os.mkdir("d")
+        self.assert_error("d", "Is a directory")
+
+    def test_a_pipe_without_a_writer(self):
+        os.mkfifo("pipe")
+        self.assert_error("pipe", "Not a regular file")
+
+    def test_a_device(self):
+        self.assert_error("/dev/null", "Not a regular file")
+
+    def test_a_path_through_a_file(self):
+        self.write("f")
+        self.assert_error("f/below", "Not a directory")
+
+    def test_a_name_that_is_too_long_for_the_system(self):
+        self.assert_error("x" * 300, "File name too long")
+
+    def test_links_in_a_circle(self):
+        os.symlink("loop", "loop")
+        self.assert_error("loop", "Too many levels of symbolic links")
+
+    def test_a_file_that_gives_bytes_though_its_size_is_0(self):
+        # The digest of nothing would match what the library reads of it.
+        self.assert_error("/proc/version", "Its size is not what it gives")
+
+    def test_an_input_output_error(self):
+        self.write("good", b"1")
+        self.listed(record("/proc/self/mem", b""), record("good", b"1"))
+        done = self.check("list")
+        self.assertEqual(done.status, 1)
+        self.assertRegex(done.text, r"\AError: File cannot be read: /proc/self/mem \[[A-Z][a-z /]+\]\.\n\Z")
+
+    def test_an_unknown_algorithm_is_told_in_the_librarys_words_whatever_the_file(self):
+        os.mkdir("d")
+        self.listed("d=123\n")
+        self.assertEqual(self.check("list").text, "Can't create hash calculator for d [123].\n")
+
+
+class Lists(CheckTest):
+    """Lists that the library would read in part without a word."""
+
+    def refused(self, content, *texts):
+        self.write("f", b"1")
+        self.write("list", content)
+        for words, stdin, name in ((["list"], b"", "list"), (["-"], content, "-")):
+            self.assert_refused(self.check(*words, stdin=stdin), "pelorik: check: %s: " % name, *texts)
+
+    def test_an_empty_list(self):
+        for content in (b"", b"\n\n", b"[only]\n[headers]\n"):
+            self.refused(content, "holds no record")
+
+    def test_a_line_that_is_too_long(self):
+        good = record("f", b"1").encode()
+        for start in (b"x=", b"[", b""):
+            self.refused(good + start.ljust(4129, b"y") + b"\n" + good, "line 2: longer than 4128")
+            self.refused(good + start.ljust(4129, b"y"), "line 2: longer than 4128")
+            self.refused(start.ljust(1 << 20, b"y"), "line 1: longer than 4128")
+
+    def test_the_longest_line_is_read(self):
+        self.write("f", b"1")
+        self.listed(record("f", b"1"), b"[".ljust(4128, b"x") + b"\n", "y=".ljust(4128, "0") + "\n")
+        done = self.check("list")
+        self.assertEqual(done.status, 1)
+        self.assertIn("1 unchanged, 1 of no known algorithm", done.complaint)
+
+    def test_a_zero_byte(self):
+        good = record("f", b"1").encode()
+        self.refused(good + b"\n\0" + good, "line 3: holds a zero byte")
+        self.refused(b"[\0]\n" + good, "line 1: holds a zero byte")
+        self.refused(good + b"\0", "line 2: holds a zero byte")
+
+    def test_a_line_without_a_divider(self):
+        self.refused(record("f", b"1").encode() + b"# comment\n", "line 2: has no '='")
+
+    def test_line_ends_of_another_system_get_a_hint(self):
+        self.refused(record("f", b"1").replace("\n", "\r\n").encode(), "line 1", "CRLF")
+        self.refused(b"\r\n" + record("f", b"1").encode(), "line 1", "CRLF")
+
+    def test_a_missing_list_and_a_directory(self):
+        os.mkdir("d")
+        self.assert_refused(self.check("missing"), "missing: No such file or directory")
+        self.assert_refused(self.check("d"), "d: Is a directory")
+        self.assert_refused(self.check(""), ": No such file or directory")
+
+    def test_a_list_without_permission(self):
+        self.listed("f=1\n")
+        os.chmod("list", 0)
+        self.assert_refused(self.run_unprivileged("check", "list"), "list: Permission denied")
+
+    def test_a_cut_read(self):
+        self.assert_refused(self.check("/proc/self/mem"), "line 1: Input/output error")
+
+    def test_lines_across_the_blocks_in_which_a_list_is_read(self):
+        self.write("f", b"1")
+        lines = [record("./" * (i % 50) + "f", b"1") for i in range(5000)]
+        self.listed(*lines)
+        self.assertGreater(os.stat("list").st_size, 5 * 65536)
+        done = self.check("list")
+        self.assertEqual((done.status, done.complaint),
+                         (0, "pelorik: check: 5000 checked: 5000 unchanged\n"))
+
+
+class Options(CheckTest):
+    def test_c_looks_for_the_files_from_there_but_for_the_list_from_here(self):
+        self.write("d/f", b"1")
+        self.listed(record("f", b"1"))
+        for words in (["-C", "d"], ["-Cd"], ["--directory=d"]):
+            self.assertEqual(self.check(*words, "list").status, 0)
+        self.assertEqual(self.check("list").status, 1)
+        self.assertEqual(self.check("-C", "d", "-", stdin=record("f", b"1").encode()).status, 0)
+
+    def test_c_to_nowhere_is_status_2(self):
+        self.listed(record("f", b"1"))
+        for directory in ("missing", "list", ""):
+            self.assert_refused(self.check("-C", directory, "list"), "check: %s: N" % directory)
+
+    def test_c_without_permission_is_status_2(self):
+        os.mkdir("d")
+        self.listed(record("f", b"1"))
+        os.chmod("d", 0)
+        self.assert_refused(self.run_unprivileged("check", "-C", "d", "list"), "d: Permission denied")
+
+    def test_stop_ends_at_the_first_problem(self):
+        for first, line in ((record("f", b"other"), "File changed: f [%s%s].\n" % (MD5, md5(b"1"))),
+                            (record("gone", b""), "Warning: File not found: gone.\n"),
+                            (record(".", b""), "Error: File cannot be read: . [Is a directory].\n"),
+                            ("f=1\n", "Can't create hash calculator for f [1].\n")):
+            self.write("f", b"1")
+            self.listed(record("f", b"1"), first, record("gone too", b""))
+            for jobs in ("1", "4"):
+                done = self.check("--stop", "-j", jobs, "list")
+                self.assertEqual((done.status, done.text), (1, line))
+                self.assertIn("pelorik: check: 2 of 3 checked: 1 unchanged, 1 ", done.complaint)
+
+    def test_stop_at_a_forbidden_file(self):
+        self.write("secret", b"1")
+        os.chmod("secret", 0)
+        self.listed(record("secret", b"1"), record("gone", b""))
+        done = self.run_unprivileged("check", "--stop", "list")
+        self.assertEqual((done.status, done.text), (1, "Warning: File access denied: secret.\n"))
+
+    def test_stop_without_a_problem(self):
+        self.write("f", b"1")
+        self.listed(record("f", b"1"), record("f", b"1"))
+        self.assertEqual(self.check("--stop", "list").status, 0)
+
+    def test_ignore_missing_forgives_missing_files(self):
+        self.write("f", b"1")
+        self.listed(record("gone", b""), record("f", b"1"))
+        for words in ([], ["--stop"]):
+            done = self.check("--ignore-missing", *words, "list")
+            self.assertEqual((done.status, done.out), (0, b""))
+            self.assertIn("2 checked: 1 unchanged, 1 missing", done.complaint)
+
+    def test_ignore_missing_forgives_nothing_else(self):
+        self.write("f", b"1")
+        self.write("secret", b"1")
+        os.chmod("secret", 0)
+        for line in (record("f", b"2"), record(".", b""), record("secret", b"1"), "f=1\n"):
+            self.listed(record("gone", b""), record("f", b"1"), line)
+            self.assertEqual(self.run_unprivileged("check", "--ignore-missing", "list").status, 1, line)
+
+    def test_ignore_missing_needs_one_verified_file(self):
+        self.listed(record("gone", b""), record("gone too", b""))
+        done = self.check("--ignore-missing", "list")
+        self.assertEqual((done.status, done.out), (2, b""))
+        self.assertEqual(done.complaint.splitlines(), [
+            "pelorik: check: 2 checked: 2 missing",
+            "pelorik: check: none of the files in list was verified"])
+
+    def test_ignore_missing_with_nothing_but_unreadable_files_left(self):
+        self.listed(record("gone", b""), record(".", b""))
+        self.assertEqual(self.check("--ignore-missing", "list").status, 2)
+
+    def test_ignore_missing_counts_a_changed_file_as_looked_at(self):
+        self.write("f", b"1")
+        self.listed(record("gone", b""), record("f", b"2"))
+        self.assertEqual(self.check("--ignore-missing", "list").status, 1)
+
+    def test_quiet_takes_the_summary_away(self):
+        report = self.make_mixed()
+        done = self.check("--quiet", "list")
+        self.assertEqual((done.status, done.text, done.err), (1, report, b""))
+
+    def test_status_writes_nothing(self):
+        self.make_mixed()
+        done = self.check("--status", "list")
+        self.assertEqual((done.status, done.out, done.err), (1, b"", b""))
+        self.listed(record("good", b"1"))
+        done = self.check("--status", "list")
+        self.assertEqual((done.status, done.out, done.err), (0, b"", b""))
+
+    def test_status_writes_nothing_when_the_list_is_bad_either(self):
+        self.listed("no divider\n")
+        for words in (["list"], ["missing"], ["-C", "nowhere", "list"]):
+            done = self.check("--status", *words)
+            self.assertEqual((done.status, done.out, done.err), (2, b"", b""))
+        self.listed(record("gone", b""))
+        done = self.check("--status", "--ignore-missing", "list")
+        self.assertEqual((done.status, done.out, done.err), (2, b"", b""))
+
+    def test_status_still_writes_errors_of_usage(self):
+        self.assert_refused(self.check("--status"), "pelorik check --help")
+
+
+class Jobs(CheckTest):
+    def make_many(self, count):
+        dice = random.Random(1)
+        lines, report = [], []
+        for i in range(count):
+            data = bytes([i % 256]) * dice.choice([0, 10, 1000, 200000])
+            kind = dice.choice(["good", "good", "bad", "gone", "odd"])
+            name = "f%d" % i
+            if kind != "gone":
+                self.write(name, data)
+            lines.append("%s=1\n" % name if kind == "odd" else
+                         record(name, data + b"x" if kind == "bad" else data))
+            report += {"good": [], "bad": ["File changed: %s [%s%s].\n" % (name, MD5, md5(data))],
+                       "gone": ["Warning: File not found: %s.\n" % name],
+                       "odd": ["Can't create hash calculator for %s [1].\n" % name]}[kind]
+        self.listed(*lines)
+        return "".join(report)
+
+    def test_output_keeps_the_lists_order(self):
+        report = self.make_many(600)
+        for jobs in ([], ["-j", "1"], ["-j2"], ["--jobs", "16"], ["-j", "1024"]):
+            done = self.check(*jobs, "list")
+            self.assertEqual((done.status, done.text), (1, report), jobs)
+        self.assertEqual(
+            [json.loads(line).get("name") for line in self.check("-j", "8", "--json", "list").text.splitlines()],
+            ["f%d" % i for i in range(600)] + [None])
+
+    def threads(self, *words):
+        """How many threads are at work on a list of files that nobody reads to the end."""
+        child = subprocess.Popen([TOOL, "check", *words, "list"], env=environment(),
+                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        time.sleep(0.5)
+        count = len(os.listdir("/proc/%d/task" % child.pid))
+        child.kill()
+        child.wait()
+        return count
+
+    def test_the_default_is_the_number_of_usable_processors(self):
+        with open("huge", "wb") as file:
+            file.truncate(1 << 42)
+        self.listed(*[record("huge", b"")] * 1000)
+        usable = os.sched_getaffinity(0)
+        alone = self.threads("-j", "1")
+        self.assertEqual(self.threads("-j", "3"), alone + 2)
+        self.assertEqual(self.threads(), alone + len(usable) - 1)
+        try:
+            os.sched_setaffinity(0, {min(usable)})
+            self.assertEqual(self.threads(), alone)
+        finally:
+            os.sched_setaffinity(0, usable)
+
+
+class Json(CheckTest):
+    def objects(self, *words, **options):
+        done = self.check("--json", *words, **options)
+        return done, [json.loads(line) for line in done.out.splitlines()]
+
+    def test_one_object_a_record_in_list_order_and_a_summary_last(self):
+        self.make_mixed()
+        done, objects = self.objects("list")
+        self.assertEqual((done.status, done.err), (1, b""))
+        self.assertEqual(objects, [
+            {"name": "good", "status": "ok", "digest": MD5 + md5(b"1"), "error": None},
+            {"name": "bad", "status": "changed", "digest": MD5 + md5(b"2"), "error": None},
+            {"name": "gone", "status": "missing", "digest": None, "error": "No such file or directory"},
+            {"name": "dir", "status": "error", "digest": None, "error": "Is a directory"},
+            {"name": "odd", "status": "unknown", "digest": None,
+             "error": "The digest text names no known algorithm"},
+            {"summary": {"records": 5, "checked": 5, "ok": 1, "changed": 1, "missing": 1, "denied": 0,
+                         "error": 1, "unknown": 1, "complete": True}}])
+
+    def test_a_denied_file(self):
+        self.write("secret", b"1")
+        os.chmod("secret", 0)
+        self.listed(record("secret", b"1"))
+        done = self.run_unprivileged("check", "--json", "list")
+        self.assertEqual((done.status, json.loads(done.out.splitlines()[0])), (
+            1, {"name": "secret", "status": "denied", "digest": None, "error": "Permission denied"}))
+
+    def test_names_that_are_not_utf8_come_as_bytes_in_base64_too(self):
+        for name in (b"\xff", b"a\xc3", b"\xed\xa0\x80", b"\xc0\xaf", b"ab\xf5\x80\x80\x80", b"\x80bc"):
+            self.listed(name + b"=" + (MD5 + md5(b"")).encode() + b"\n")
+            done, objects = self.objects("list")
+            self.assertEqual(base64.b64decode(objects[0]["name_base64"]), name)
+            self.assertIn("\ufffd", objects[0]["name"])
+            done.out.decode()  # the whole is UTF-8
+
+    def test_names_that_are_utf8_come_as_they_are(self):
+        for name in ("\u00e9", "\U0001f600", "a\"b\\c\td", "\x1b[31m"):
+            self.listed(record(name, b""))
+            _, objects = self.objects("list")
+            self.assertEqual(objects[0]["name"], name)
+            self.assertNotIn("name_base64", objects[0])
+
+    def test_ignored_missing_files_are_shown_and_the_status_is_0(self):
+        self.write("f", b"1")
+        self.listed(record("gone", b""), record("f", b"1"))
+        done, objects = self.objects("--ignore-missing", "list")
+        self.assertEqual([o.get("status") for o in objects], ["missing", "ok", None])
+        self.assertEqual(done.status, 0)
+
+    def test_a_stopped_check_is_not_complete(self):
+        self.listed(record("gone", b""), record("gone too", b""))
+        done, objects = self.objects("--stop", "list")
+        self.assertEqual(done.status, 1)
+        self.assertEqual([o.get("name") for o in objects], ["gone", None])
+        self.assertEqual((objects[1]["summary"]["checked"], objects[1]["summary"]["complete"]), (1, False))
+
+    def test_a_bad_list_gives_no_object(self):
+        self.listed("no divider\n")
+        self.assert_refused(self.check("--json", "list"), "line 1")
+
+    def test_quiet_leaves_json_as_it_is(self):
+        self.make_mixed()
+        self.assertEqual(self.check("--json", "--quiet", "list").out, self.check("--json", "list").out)
+
+
+if __name__ == "__main__":
+    sys.exit(unittest.main())
