@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -39,8 +38,47 @@ char* encodeGroup(unsigned bytes, const char* alphabet, char* out) {
     return out;
 }
 
+// The two characters for each value of twelve bits, as they lie in memory.
+using Pairs = std::array<std::uint16_t, 4096>;
+
+constexpr Pairs makeStandardPairs() {
+    Pairs pairs{};
+    for (unsigned bits = 0; bits < pairs.size(); ++bits) {
+        const auto first = static_cast<unsigned char>(basis_64[bits >> 6]);
+        const auto second = static_cast<unsigned char>(basis_64[bits & 63]);
+        pairs[bits] = static_cast<std::uint16_t>(first | second << 8);
+    }
+    return pairs;
+}
+
+constexpr Pairs kStandardPairs = makeStandardPairs();
+
+// What is left to encode, and where it goes.
+struct Encoding {
+    const unsigned char* source;
+    std::size_t length;
+    char* out;
+};
+
+// Takes two groups at a time in the standard alphabet, for as long as eight bytes can be read.
+void encodeStandardGroups(Encoding& work) {
+    for (; work.length >= 8; work.source += 6, work.length -= 6, work.out += 8) {
+        std::uint64_t bytes;
+        std::memcpy(&bytes, work.source, sizeof bytes);
+        bytes = __builtin_bswap64(bytes);
+        const std::uint64_t text = std::uint64_t{kStandardPairs[bytes >> 52]} |
+                                   std::uint64_t{kStandardPairs[bytes >> 40 & 4095]} << 16 |
+                                   std::uint64_t{kStandardPairs[bytes >> 28 & 4095]} << 32 |
+                                   std::uint64_t{kStandardPairs[bytes >> 16 & 4095]} << 48;
+        std::memcpy(work.out, &text, sizeof text);
+    }
+}
+
 // Writes the whole groups and the padded one, and returns where they end.
-char* encode(const unsigned char* source, std::size_t length, const char* alphabet, char* out) {
+char* encode(Encoding work, const char* alphabet) {
+    if (std::strncmp(alphabet, basis_64, 64) == 0)
+        encodeStandardGroups(work);
+    auto [source, length, out] = work;
     for (; length >= 3; source += 3, length -= 3)
         out = encodeGroup(source[0] * 0x10000U + source[1] * 0x100U + source[2], alphabet, out);
     if (length > 0) {
@@ -51,8 +89,10 @@ char* encode(const unsigned char* source, std::size_t length, const char* alphab
     return out;
 }
 
+// The characters below 128 that `isspace` holds for, in every locale: blank, and tab to carriage
+// return.
 bool isBlank(unsigned char character) {
-    return character < 128 && std::isspace(character) != 0;
+    return character == ' ' || (character >= '\t' && character <= '\r');
 }
 
 const unsigned char* skipBlanks(const unsigned char* text) {
@@ -83,14 +123,76 @@ void removeReserved(Positions& positions) {
     }
 }
 
+// The bits of each character in the first to the fourth place of a group of 24 bits; the bit
+// kForeign for what is not in the alphabet.
+using GroupBits = std::array<std::array<std::uint32_t, 256>, 4>;
+constexpr std::uint32_t kForeign = 0x80000000;
+
+constexpr GroupBits groupBitsOf(const Positions& positions) {
+    GroupBits bits{};
+    for (unsigned place = 0; place < 4; ++place) {
+        for (unsigned c = 0; c < 256; ++c)
+            bits[place][c] = positions[c] < 0
+                                 ? kForeign
+                                 : static_cast<std::uint32_t>(positions[c]) << (18 - 6 * place);
+    }
+    return bits;
+}
+
+constexpr GroupBits kStandardGroupBits = groupBitsOf(kStandardPositions);
+
+std::uint32_t readGroup(const GroupBits& bits, const unsigned char* text) {
+    std::uint32_t characters;
+    std::memcpy(&characters, text, sizeof characters);
+    return bits[0][characters & 255] | bits[1][characters >> 8 & 255] |
+           bits[2][characters >> 16 & 255] | bits[3][characters >> 24];
+}
+
+bool isGroup(std::uint32_t bits) {
+    return (bits & kForeign) == 0;
+}
+
+void storeGroup(std::uint32_t bits, unsigned char* out) {
+    out[0] = static_cast<unsigned char>(bits >> 16);
+    out[1] = static_cast<unsigned char>(bits >> 8);
+    out[2] = static_cast<unsigned char>(bits);
+}
+
+// Decodes up to `count` groups of four characters, two at a time, and returns how many came before
+// the first foreign character.
+std::size_t decodeGroups(const GroupBits& bits, const unsigned char* text, std::size_t count,
+                         unsigned char* out) {
+    std::size_t taken = 0;
+    for (; count - taken >= 2; taken += 2, text += 8, out += 6) {
+        const std::uint32_t first = readGroup(bits, text);
+        const std::uint32_t second = readGroup(bits, text + 4);
+        if (!isGroup(first | second))
+            break;
+        const std::uint64_t bytes =
+            __builtin_bswap64(std::uint64_t{first} << 40 | std::uint64_t{second} << 16);
+        std::memcpy(out, &bytes, 6);
+    }
+    for (; taken < count; ++taken, text += 4, out += 3) {
+        const std::uint32_t group = readGroup(bits, text);
+        if (!isGroup(group))
+            break;
+        storeGroup(group, out);
+    }
+    return taken;
+}
+
 class Decoder {
 public:
-    Decoder(const Positions& positions, unsigned char* destination, std::size_t size)
-        : positions_(positions), destination_(destination), size_(size) {}
+    // `groups` is null for an alphabet that is not of 64 characters.
+    Decoder(const Positions& positions, const GroupBits* groups, unsigned char* destination,
+            std::size_t size)
+        : positions_(positions), groups_(groups), destination_(destination), size_(size) {}
 
     int decode(const unsigned char* text) {
+        end_ = text + std::strlen(reinterpret_cast<const char*>(text));
         for (;; ++text) {
-            if (state_ == 0)
+            text = skipBlanks(text);
+            if (state_ == 0 && groups_ != nullptr)
                 text = takeGroups(text);
             if (*text == '\0')
                 return state_ == 0 ? toResult(count_) : -1;
@@ -108,27 +210,18 @@ private:
 
     // Takes groups of four characters without anything in between for as long as they come and fit.
     const unsigned char* takeGroups(const unsigned char* text) {
-        unsigned group = 0;
-        for (; fits(3) && readGroup(text, group); text += 4) {
-            if (destination_ != nullptr) {
-                destination_[count_] = static_cast<unsigned char>(group >> 16);
-                destination_[count_ + 1] = static_cast<unsigned char>(group >> 8);
-                destination_[count_ + 2] = static_cast<unsigned char>(group);
-            }
-            count_ += 3;
+        auto groups = static_cast<std::size_t>(end_ - text) / 4;
+        if (destination_ != nullptr)
+            groups = std::min(groups, (size_ - static_cast<std::size_t>(count_)) / 3);
+        std::size_t taken = 0;
+        if (destination_ == nullptr) {
+            while (taken < groups && isGroup(readGroup(*groups_, text + 4 * taken)))
+                ++taken;
+        } else {
+            taken = decodeGroups(*groups_, text, groups, destination_ + count_);
         }
-        return text;
-    }
-
-    bool readGroup(const unsigned char* text, unsigned& group) const {
-        group = 0;
-        for (int i = 0; i < 4; ++i) {
-            const int position = positions_[text[i]];
-            if (position < 0)
-                return false;
-            group = group << 6 | static_cast<unsigned>(position);
-        }
-        return true;
+        count_ += static_cast<std::int64_t>(3 * taken);
+        return text + 4 * taken;
     }
 
     // Takes one character's six bits: the upper ones end the byte that the character before began,
@@ -163,7 +256,9 @@ private:
     }
 
     const Positions& positions_;
-    unsigned char* destination_; // null: only count
+    const GroupBits* groups_;
+    const unsigned char* end_ = nullptr; // of the text
+    unsigned char* destination_;         // null: only count
     std::size_t size_;
     std::int64_t count_ = 0;
     unsigned state_ = 0; // characters of the group of four that were taken
@@ -186,7 +281,7 @@ int base64_encode(const unsigned char* source, unsigned int sourceLength, char* 
     const std::uint64_t length = encodedLength(sourceLength);
     if (length >= destinationSize || length > std::numeric_limits<int>::max())
         return -1;
-    *encode(source, sourceLength, Base64chars, destination) = '\0';
+    *encode({source, sourceLength, destination}, Base64chars) = '\0';
     return static_cast<int>(length);
 }
 
@@ -194,10 +289,14 @@ int base64_decode(const char* source, unsigned char* destination, unsigned int d
     const auto* const text = reinterpret_cast<const unsigned char*>(source);
     const std::string_view alphabet = Base64chars;
     if (alphabet == basis_64)
-        return Decoder(kStandardPositions, destination, destinationSize).decode(text);
+        return Decoder(kStandardPositions, &kStandardGroupBits, destination, destinationSize)
+            .decode(text);
     Positions positions = positionsIn(alphabet);
     removeReserved(positions);
-    return Decoder(positions, destination, destinationSize).decode(text);
+    if (alphabet.size() != 64)
+        return Decoder(positions, nullptr, destination, destinationSize).decode(text);
+    const GroupBits groups = groupBitsOf(positions);
+    return Decoder(positions, &groups, destination, destinationSize).decode(text);
 }
 
 int base64_encode_cert_len_hf(int length, const char* header, const char* footer) {
@@ -223,7 +322,7 @@ int base64_encode_cert_hf(const unsigned char* source, int length, char* destina
 
     char* out = std::copy(first.begin(), first.end(), destination);
     for (std::size_t done = 0; done < byteCount; done += kLineBytes) {
-        out = encode(source + done, std::min(kLineBytes, byteCount - done), basis_64, out);
+        out = encode({source + done, std::min(kLineBytes, byteCount - done), out}, basis_64);
         out = std::copy(kLineEnd.begin(), kLineEnd.end(), out);
     }
     *std::copy(last.begin(), last.end(), out) = '\0';
