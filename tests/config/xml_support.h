@@ -40,6 +40,13 @@ inline std::string errorOf(const std::string& text) {
     return readInto(document, text);
 }
 
+// What is left to read of `in`.
+inline std::string restOf(std::istream& in) {
+    std::ostringstream rest;
+    rest << in.rdbuf();
+    return rest.str();
+}
+
 // Appends a new element of that name and body, and returns it.
 inline XMLDeclaration& addChild(XMLDeclaration& parent, const std::string& name,
                                 const std::string& body = std::string()) {
