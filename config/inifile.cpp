@@ -5,11 +5,25 @@
 
 namespace {
 
-constexpr char kWhiteSpace[] = " \t\n\r";
 constexpr char kBlank = ' ';
 
 using std::string_view;
-using Groups = std::map<std::string, std::map<std::string, std::string>>;
+using Keys = std::map<std::string, std::string>;
+
+bool isWhite(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+// The line without white space at its ends; nothing of a comment.
+string_view cleaned(string_view line) {
+    while (!line.empty() && isWhite(line.front()))
+        line.remove_prefix(1);
+    if (line.empty() || line.front() == '#')
+        return {};
+    while (isWhite(line.back()))
+        line.remove_suffix(1);
+    return line;
+}
 
 bool isHeader(string_view line) {
     return !line.empty() && line.front() == '[' && line.back() == ']';
@@ -28,12 +42,23 @@ string_view withoutTrailingBlanks(string_view text) {
     return text.substr(0, text.find_last_not_of(kBlank) + 1); // npos + 1 is 0: nothing but blanks
 }
 
-void store(Groups& groups, const std::string& group, string_view line) {
+struct KeyLine {
+    string_view name;
+    string_view value;
+};
+
+// Splits a cleaned line at its first "=". False when it has none.
+bool split(string_view line, KeyLine& parts) {
     const std::size_t divider = line.find('=');
     if (divider == string_view::npos)
-        return;
-    const string_view name = withoutTrailingBlanks(line.substr(0, divider));
-    groups[group][std::string(name)] = withoutLeadingBlanks(line.substr(divider + 1));
+        return false;
+    parts = {withoutTrailingBlanks(line.substr(0, divider)),
+             withoutLeadingBlanks(line.substr(divider + 1))};
+    return true;
+}
+
+void store(Keys& keys, const KeyLine& parts) {
+    keys[std::string(parts.name)].assign(parts.value);
 }
 
 } // namespace
@@ -46,12 +71,18 @@ CIniFileFormatError::~CIniFileFormatError() noexcept = default;
 
 IniFile::IniFile(std::istream& in) {
     std::string group;
+    Keys* keys = nullptr; // of the group, once it has one
+    KeyLine parts;
     for (std::string line; std::getline(in, line);) {
-        cleanupLine(line);
-        if (isHeader(line))
-            group = nameInHeader(line);
-        else
-            store(groups_, group, line);
+        const string_view text = cleaned(line);
+        if (isHeader(text)) {
+            group = nameInHeader(text);
+            keys = nullptr;
+        } else if (split(text, parts)) {
+            if (keys == nullptr)
+                keys = &groups_[group];
+            store(*keys, parts);
+        }
     }
 }
 
@@ -75,13 +106,9 @@ std::string IniFile::getAllGroups() const {
 }
 
 void IniFile::cleanupLine(std::string& line) {
-    const std::size_t first = line.find_first_not_of(kWhiteSpace);
-    if (first == std::string::npos || line[first] == '#') {
-        line.clear();
-        return;
-    }
-    line.erase(line.find_last_not_of(kWhiteSpace) + 1);
-    line.erase(0, first);
+    const string_view text = cleaned(line);
+    line.erase(0, text.empty() ? line.size() : static_cast<std::size_t>(text.data() - line.data()));
+    line.resize(text.size());
 }
 
 bool IniFile::parseGroupName(std::string line, std::string& group) {
@@ -96,5 +123,7 @@ std::string IniFile::parseValue(std::string text) {
 }
 
 void IniFile::parseLine(std::string line, std::string group) {
-    store(groups_, group, line);
+    KeyLine parts;
+    if (split(line, parts))
+        store(groups_[group], parts);
 }
