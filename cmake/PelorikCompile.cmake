@@ -75,3 +75,30 @@ function(pelorik_fortify target)
     target_compile_options(${target} PRIVATE ${PELORIK_FORTIFY})
   endif()
 endfunction()
+
+# Where the files of the build tree look for the library: beside themselves. The "/." make the text long
+# enough to be replaced by the installation's.
+string(LENGTH "${CMAKE_INSTALL_FULL_LIBDIR}" length)
+math(EXPR length "${length} / 2")
+string(REPEAT "/." ${length} PELORIK_BUILD_RUN_PATH)
+string(PREPEND PELORIK_BUILD_RUN_PATH "$ORIGIN")
+# In a file of options, since neither CMake nor the shell leaves a dollar sign alone.
+set(PELORIK_RUN_PATH_OPTIONS "${PROJECT_BINARY_DIR}/run-path.options")
+file(CONFIGURE OUTPUT "${PELORIK_RUN_PATH_OPTIONS}"
+  CONTENT "-Wl,--enable-new-dtags,-rpath,@PELORIK_BUILD_RUN_PATH@\n" @ONLY)
+
+# pelorik_run_path(TARGET): for what is shipped. CMake's own run path ends in a colon in the build tree,
+# and the empty entry behind it stands for the current directory.
+function(pelorik_run_path target)
+  set_target_properties(${target} PROPERTIES SKIP_BUILD_RPATH ON)
+  target_link_options(${target} PRIVATE "@${PELORIK_RUN_PATH_OPTIONS}")
+endfunction()
+
+# pelorik_install_run_path(TARGET DIRECTORY): gives a file that was just installed into DIRECTORY the run
+# path of the installation.
+function(pelorik_install_run_path target directory)
+  install(CODE "file(RPATH_CHANGE
+    FILE \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${directory}/$<TARGET_FILE_NAME:${target}>\"
+    OLD_RPATH [[${PELORIK_BUILD_RUN_PATH}]]
+    NEW_RPATH [[${CMAKE_INSTALL_FULL_LIBDIR}]])")
+endfunction()

@@ -1,6 +1,7 @@
 # What `cmake --install` puts where.
 
 install(TARGETS pelorikutil LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+pelorik_install_run_path(pelorikutil "${CMAKE_INSTALL_LIBDIR}")
 
 get_property(PELORIK_PUBLIC_HEADERS GLOBAL PROPERTY PELORIK_PUBLIC_HEADERS)
 foreach(header IN LISTS PELORIK_PUBLIC_HEADERS ITEMS "${PROJECT_SOURCE_DIR}/pelorik/export.h")
@@ -11,4 +12,5 @@ endforeach()
 
 if(PELORIK_BUILD_TOOL)
   install(TARGETS pelorik RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+  pelorik_install_run_path(pelorik "${CMAKE_INSTALL_BINDIR}")
 endif()

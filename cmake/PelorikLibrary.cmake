@@ -18,14 +18,12 @@ set_target_properties(pelorikutil PROPERTIES
   VERSION ${PROJECT_VERSION}
   SOVERSION ${PROJECT_VERSION_MAJOR}
   LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}"
-  LINK_DEPENDS "${PELORIK_VERSION_SCRIPT}"
-  BUILD_RPATH "$ORIGIN"
-  INSTALL_RPATH "${CMAKE_INSTALL_FULL_LIBDIR}")
+  LINK_DEPENDS "${PELORIK_VERSION_SCRIPT}")
 # The library's own calls of its own functions are bound when it is linked.
 target_link_options(pelorikutil PRIVATE
   -Wl,-Bsymbolic-functions
-  "-Wl,--version-script=${PELORIK_VERSION_SCRIPT}"
-  -Wl,--enable-new-dtags)
+  "-Wl,--version-script=${PELORIK_VERSION_SCRIPT}")
+pelorik_run_path(pelorikutil)
 
 # pelorik_unit(NAME [PRIVATE_SOURCE...]): adds the unit NAME of the calling folder, its header and
 # source under that name and any further private sources.
