@@ -25,6 +25,8 @@ constexpr Command kCommands[] = {
     {"hash", "print the digests of files", runHash},
     {"list", "make a hash list of files", runList},
     {"check", "check files against a hash list", runCheck},
+    {"interfaces", "list the network interfaces", runInterfaces},
+    {"lock", "run a command while holding a lock", runLock},
 };
 
 constexpr char kVersion[] = "pelorik " PELORIK_VERSION "\n";
@@ -38,7 +40,7 @@ std::string overview() {
                        "Commands:\n";
     for (const Command& command : kCommands) {
         std::string name = command.name;
-        name.resize(10, ' ');
+        name.resize(12, ' ');
         text += "  " + name + command.text + "\n";
     }
     return text + "\n"

@@ -14,3 +14,7 @@ if(PELORIK_BUILD_TOOL)
   install(TARGETS pelorik RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
   pelorik_install_run_path(pelorik "${CMAKE_INSTALL_BINDIR}")
 endif()
+
+install(FILES "${PROJECT_SOURCE_DIR}/packaging/pelorik.tmpfiles.conf"
+  DESTINATION lib/tmpfiles.d
+  RENAME pelorik.conf)

@@ -1,0 +1,41 @@
+// A lock of the library's that is held for as long as an object lives.
+
+#ifndef PELORIK_CLI_HELD_LOCK_H
+#define PELORIK_CLI_HELD_LOCK_H
+
+#include "system/scchecker.h"
+
+#include <optional>
+#include <string>
+#include <sys/stat.h>
+
+namespace cli {
+
+// Differs from the library's own order in two ways, so that two holders can never have locked
+// different files of one name: a lock counts only when the locked file is still the one that the
+// path names, and the file is removed before the lock is given up, not after.
+class HeldLock {
+public:
+    // Tries once to take the lock `name`; nothing when another process holds it. Throws `Failure`
+    // when it cannot be had for another reason.
+    static std::optional<HeldLock> tryToTake(const std::string& name);
+
+    HeldLock(HeldLock&& other) noexcept;
+    HeldLock& operator=(HeldLock&&) = delete;
+    ~HeldLock();
+
+    int descriptor() const { return checker_.fd; }
+
+    // Whether the file was there already: its last holder did not come to remove it.
+    bool wasLeftBehind() const { return leftBehind_; }
+
+private:
+    HeldLock(SCChecker checker, bool leftBehind);
+
+    SCChecker checker_;
+    bool leftBehind_;
+};
+
+} // namespace cli
+
+#endif
