@@ -33,7 +33,8 @@ void* operator new(std::size_t size) {
     return block;
 }
 
-void* operator new[](std::size_t size) {
+// Weak: array_new.cpp has others.
+__attribute__((weak)) void* operator new[](std::size_t size) {
     return operator new(size);
 }
 
@@ -43,13 +44,13 @@ void operator delete(void* block) noexcept {
     std::free(block);
 }
 
-void operator delete[](void* block) noexcept {
+__attribute__((weak)) void operator delete[](void* block) noexcept {
     operator delete(block);
 }
 void operator delete(void* block, std::size_t) noexcept {
     operator delete(block);
 }
-void operator delete[](void* block, std::size_t) noexcept {
+__attribute__((weak)) void operator delete[](void* block, std::size_t) noexcept {
     operator delete(block);
 }
 
