@@ -3,11 +3,16 @@
 #ifndef PELORIK_CONFIG_BYTE_SOURCE_H
 #define PELORIK_CONFIG_BYTE_SOURCE_H
 
+#include <algorithm>
+#include <cstddef>
 #include <cxxabi.h>
 #include <ios>
 #include <istream>
+#include <limits>
 #include <locale>
 #include <streambuf>
+#include <string>
+#include <string_view>
 
 // Gives what `std::ws`, `get` and `peek` give, and leaves the stream in the state in which they
 // leave it, without their cost of a sentry for every byte. The stream must live longer.
@@ -27,6 +32,8 @@ public:
             in_.setstate(std::ios::failbit);
             return;
         }
+        if (skipReadyWhite())
+            return;
         int byte = guarded([this] { return buffer_->sgetc(); });
         while (byte != kNone && isWhite(byte))
             byte = guarded([this] { return buffer_->snextc(); });
@@ -58,10 +65,50 @@ public:
         return byte;
     }
 
+    // Appends to `out` the bytes that lie ready in the buffer, up to the first one that `belongs`
+    // refuses. They are taken; the state of the stream does not change.
+    template<class Belongs>
+    void takeReady(std::string& out, Belongs belongs) {
+        const std::string_view ready = readyBytes();
+        std::size_t length = 0;
+        while (length < ready.size() && belongs(static_cast<unsigned char>(ready[length])))
+            ++length;
+        out.append(ready.data(), length);
+        GetArea::skip(*buffer_, length);
+    }
+
     bool ended() const { return in_.eof(); }
     bool bad() const { return in_.bad(); }
 
 private:
+    // What a stream buffer shows of its bytes to classes that derive from it.
+    struct GetArea : std::streambuf {
+        // At most as many as one step can skip.
+        static std::string_view bytes(const std::streambuf& buffer) {
+            const char* const next = (buffer.*&GetArea::gptr)();
+            const auto length = static_cast<std::size_t>((buffer.*&GetArea::egptr)() - next);
+            return {next, std::min<std::size_t>(length, std::numeric_limits<int>::max())};
+        }
+
+        static void skip(std::streambuf& buffer, std::size_t length) {
+            (buffer.*&GetArea::gbump)(static_cast<int>(length));
+        }
+    };
+
+    // True when a byte that lies ready ends the white space.
+    bool skipReadyWhite() {
+        const std::string_view ready = GetArea::bytes(*buffer_);
+        std::size_t length = 0;
+        while (length < ready.size() && isWhite(ready[length]))
+            ++length;
+        GetArea::skip(*buffer_, length);
+        return length < ready.size();
+    }
+
+    std::string_view readyBytes() const {
+        return in_.good() ? GetArea::bytes(*buffer_) : std::string_view();
+    }
+
     bool isWhite(int byte) const {
         return characters_.is(std::ctype_base::space, static_cast<char>(byte));
     }

@@ -2,6 +2,9 @@
 
 #include "config/vpnxml.h"
 
+#include <array>
+#include <string_view>
+
 namespace {
 
 constexpr char kEndOfStream[] = "Unexpected end of stream";
@@ -30,21 +33,18 @@ constexpr Notation kDecimal = {10, "#<num>;", "invalid decimal value", "to big d
     fail(std::string(kEndOfStream) + ", while '" + expected + "' ecpected");
 }
 
+// The bytes that end a word.
+constexpr std::array<bool, 256> makeDelimiters() {
+    std::array<bool, 256> delimiters{};
+    for (const char byte : std::string_view("\t\n\r /;<=>"))
+        delimiters[static_cast<unsigned char>(byte)] = true;
+    return delimiters;
+}
+
+constexpr std::array<bool, 256> kDelimiters = makeDelimiters();
+
 bool isDelimiter(int byte) {
-    switch (byte) {
-    case '\t':
-    case '\n':
-    case '\r':
-    case ' ':
-    case '/':
-    case ';':
-    case '<':
-    case '=':
-    case '>':
-        return true;
-    default:
-        return false;
-    }
+    return kDelimiters[static_cast<unsigned char>(byte)];
 }
 
 // The value of a digit, or -1 for what is none in that base.
@@ -60,13 +60,11 @@ int digitValue(int digit, int base) {
 
 } // namespace
 
-int XMLLexer::take(const char* expected) {
-    const int byte = source_.take();
+// Ends the reading where no byte came.
+void XMLLexer::failWithoutByte(const char* expected) const {
     if (source_.ended())
         failAtEnd(expected);
-    if (byte == ByteSource::kNone)
-        fail(kStreamReadError);
-    return byte;
+    fail(kStreamReadError);
 }
 
 void XMLLexer::expect(char wanted, const char* error) {
@@ -75,15 +73,6 @@ void XMLLexer::expect(char wanted, const char* error) {
         fail(kStreamReadError);
     if (byte != wanted)
         fail(error);
-}
-
-int XMLLexer::peek() {
-    const int byte = source_.look();
-    if (source_.ended())
-        failAtEnd(nullptr);
-    if (byte == ByteSource::kNone)
-        fail(kStreamReadError);
-    return byte;
 }
 
 int XMLLexer::next() {
@@ -95,9 +84,12 @@ std::string XMLLexer::word() {
     skipWhite();
     requireReadable();
     std::string word;
-    while (!isDelimiter(next()))
+    for (;;) {
+        source_.takeReady(word, [](int byte) { return !isDelimiter(byte); });
+        if (isDelimiter(next()))
+            return word;
         word.push_back(static_cast<char>(take()));
-    return word;
+    }
 }
 
 std::string XMLLexer::quoted() {
@@ -108,20 +100,26 @@ std::string XMLLexer::quoted() {
         return {};
     take();
     std::string text;
-    for (int byte; (byte = take("\" or '")) != quote;)
+    for (;;) {
+        source_.takeReady(text, [quote](int byte) { return byte != quote && byte != '&'; });
+        const int byte = take("\" or '");
+        if (byte == quote)
+            return text;
         text.push_back(byte == '&' ? entity() : static_cast<char>(byte));
-    return text;
+    }
 }
 
 std::string XMLLexer::text() {
     skipWhite();
     requireReadable();
     std::string text;
-    while (next() != '<') {
+    for (;;) {
+        source_.takeReady(text, [](int byte) { return byte != '<' && byte != '&'; });
+        if (next() == '<')
+            return text;
         const int byte = take();
         text.push_back(byte == '&' ? entity() : static_cast<char>(byte));
     }
-    return text;
 }
 
 bool XMLLexer::openTag(bool openTaken) {

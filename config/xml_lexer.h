@@ -17,13 +17,23 @@ public:
     void skipWhite() { source_.skipWhite(); }
 
     // Takes a byte. Where the input ends and `expected` is given, the error says what was expected.
-    int take(const char* expected = nullptr);
+    int take(const char* expected = nullptr) {
+        const int byte = source_.take();
+        if (byte == ByteSource::kNone)
+            failWithoutByte(expected);
+        return byte;
+    }
 
     // Takes a byte that must be `wanted`; throws `error` otherwise, at the input's end too.
     void expect(char wanted, const char* error);
 
     // The next byte, which stays.
-    int peek();
+    int peek() {
+        const int byte = source_.look();
+        if (byte == ByteSource::kNone)
+            failWithoutByte(nullptr);
+        return byte;
+    }
 
     // True when the next byte is `wanted`. The input may end here.
     bool nextIs(char wanted) { return source_.look() == wanted; }
@@ -52,6 +62,7 @@ public:
     void expectEnd();
 
 private:
+    [[noreturn]] void failWithoutByte(const char* expected) const;
     void requireReadable() const;
     bool takeOpen();
     void comment();
