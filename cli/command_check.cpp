@@ -172,6 +172,7 @@ private:
 
     void expectAll();
     End goThrough(Pool& pool);
+    End goThroughOrLeave(Pool& pool);
     void idle();
     void report(const FileHashPair& record, const Verdict& verdict);
     bool counts(Status status) const;
@@ -252,6 +253,16 @@ End Check::goThrough(Pool& pool) {
     return End::kComplete;
 }
 
+// When nothing can be written any more, what the threads are at is of no use.
+End Check::goThroughOrLeave(Pool& pool) {
+    try {
+        return goThrough(pool);
+    } catch (const Failure& failure) {
+        console_.note(failure.what());
+        console_.leave(kTrouble);
+    }
+}
+
 std::string Check::summary(End end) const {
     const std::string all = std::to_string(records_.size());
     std::string text = end == End::kInterrupted ? "interrupted: " : "";
@@ -305,7 +316,7 @@ int Check::run() {
     const std::size_t threads = std::min<std::size_t>(options_.threads, records_.size());
     Pool pool(records_.size(), threads,
               [this](std::size_t index) { return verify(records_[index], options_.stop); });
-    const End end = goThrough(pool);
+    const End end = goThroughOrLeave(pool);
     console_.progress().erase();
     summarise(end);
     const int status = exitStatus(end);

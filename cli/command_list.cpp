@@ -45,12 +45,7 @@ void describe(CommandLine& line) {
                   "  find . -type f -print0 | pelorik list --files-from - -0\n");
 }
 
-ListOptions parseList(const Words& words) {
-    CommandLine line("list [-a ALG] [-r] [--exclude GLOB]... [--files-from LIST|-] [-0] "
-                     "[--keep-going] [-o OUT] PATH...",
-                     "Writes a hash list of the files PATH, under the names as they are given.");
-    ListOptions options;
-    std::optional<std::string> algorithm;
+void declare(CommandLine& line, ListOptions& options, std::optional<std::string>& algorithm) {
     line.value("-a,--algorithm", "ALG", algorithm, std::string(kAlgorithmNames) + " (the default)");
     line.flag(
         "-r,--recursive", options.recursive,
@@ -65,6 +60,15 @@ ListOptions parseList(const Words& words) {
     line.flag("--keep-going", options.keepGoing, "leave out files that cannot be read");
     line.value("-o,--output", "OUT", options.out,
                "write to OUT, which is replaced as a whole; it is never listed itself");
+}
+
+ListOptions parseList(const Words& words) {
+    CommandLine line("list [-a ALG] [-r] [--exclude GLOB]... [--files-from LIST|-] [-0] "
+                     "[--keep-going] [-o OUT] PATH...",
+                     "Writes a hash list of the files PATH, under the names as they are given.");
+    ListOptions options;
+    std::optional<std::string> algorithm;
+    declare(line, options, algorithm);
     describe(line);
     options.paths = line.parse(words);
     options.algorithm = algorithmNamed(algorithm.value_or(kDefaultAlgorithm));
@@ -76,21 +80,14 @@ ListOptions parseList(const Words& words) {
 }
 
 void addPathsFrom(const ListOptions& options, std::vector<std::string>& paths) {
-    Lines lines(openText(*options.filesFrom), options.zeroSeparated ? '\0' : '\n', kLongestPath);
-    const auto place = [&] {
-        return *options.filesFrom + ": line " + std::to_string(lines.number());
-    };
-    try {
-        while (lines.next()) {
-            if (lines.line().size() > kLongestPath)
-                throw Failure(place() + ": longer than a path can be");
-            if (lines.line().find('\0') != std::string::npos)
-                throw Failure(place() + ": holds a zero byte (-0 reads names that end with one)");
-            if (!lines.line().empty())
-                paths.push_back(lines.line());
-        }
-    } catch (const std::system_error& error) {
-        throw Failure(place(), error.code().value());
+    Lines lines(*options.filesFrom, options.zeroSeparated ? '\0' : '\n', kLongestPath);
+    while (lines.next()) {
+        if (lines.line().size() > kLongestPath)
+            lines.refuse("longer than a path can be");
+        if (lines.line().find('\0') != std::string::npos)
+            lines.refuse("holds a zero byte (-0 reads names that end with one)");
+        if (!lines.line().empty())
+            paths.push_back(lines.line());
     }
 }
 
@@ -156,6 +153,9 @@ void Listing::find() {
         walk.add(path);
     files_ = walk.files();
     unreadable_ = walk.unreadable();
+    if (walk.unfollowedLinks() > 0)
+        console_.note(std::to_string(walk.unfollowedLinks()) +
+                      " symbolic links to directories not followed");
     if (walk.refusedDirectories() > 0)
         throw Failure("nothing was written: directories need -r");
     stopIfUnreadable();

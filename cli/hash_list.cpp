@@ -3,11 +3,13 @@
 #include "cli/failure.h"
 #include "cli/lines.h"
 
-#include <system_error>
-
 namespace cli {
 
 namespace {
+
+bool isRecord(const std::string& line) {
+    return !line.empty() && line.front() != '[';
+}
 
 // Why the library would not read `line` as what it says; empty when it would.
 std::string faultOf(const std::string& line) {
@@ -18,34 +20,25 @@ std::string faultOf(const std::string& line) {
     if (!line.empty() && line.back() == '\r')
         return "ends with a carriage return: the list has CRLF line ends, which sed 's/\\r$//' "
                "removes";
-    if (!line.empty() && line.front() != '[' && line.find('=') == std::string::npos)
+    if (isRecord(line) && line.find('=') == std::string::npos)
         return "has no '=' between name and digest";
     return "";
-}
-
-bool isRecord(const std::string& line) {
-    return !line.empty() && line.front() != '[';
 }
 
 } // namespace
 
 std::vector<HashFileChecker::FileHashPair> readHashList(const std::string& name) {
     std::vector<HashFileChecker::FileHashPair> records;
-    Lines lines(openText(name), '\n', kLongestListLine);
-    const auto place = [&] { return name + ": line " + std::to_string(lines.number()); };
-    try {
-        while (lines.next()) {
-            const std::string& line = lines.line();
-            const std::string fault = faultOf(line);
-            if (!fault.empty())
-                throw Failure(place() + ": " + fault);
-            if (!isRecord(line))
-                continue;
-            const std::size_t divider = line.find('=');
-            records.push_back({line.substr(0, divider), line.substr(divider + 1), ""});
-        }
-    } catch (const std::system_error& error) {
-        throw Failure(place(), error.code().value());
+    Lines lines(name, '\n', kLongestListLine);
+    while (lines.next()) {
+        const std::string& line = lines.line();
+        const std::string fault = faultOf(line);
+        if (!fault.empty())
+            lines.refuse(fault);
+        if (!isRecord(line))
+            continue;
+        const std::size_t divider = line.find('=');
+        records.push_back({line.substr(0, divider), line.substr(divider + 1), ""});
     }
     if (records.empty())
         throw Failure(name + ": holds no record, so that there is nothing to check");

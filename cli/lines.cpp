@@ -3,9 +3,12 @@
 #include "cli/failure.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <system_error>
 
 namespace cli {
+
+namespace {
 
 FileSource openText(const std::string& name) {
     try {
@@ -18,13 +21,27 @@ FileSource openText(const std::string& name) {
     throw Failure(name, EISDIR);
 }
 
-Lines::Lines(FileSource source, char separator, std::size_t longest)
-    : source_(std::move(source)), separator_(separator), longest_(longest) {}
+} // namespace
+
+Lines::Lines(const std::string& name, char separator, std::size_t longest)
+    : name_(name), source_(openText(name)), separator_(separator), longest_(longest) {}
+
+std::string Lines::place() const {
+    return name_ + ": line " + std::to_string(number_);
+}
+
+void Lines::refuse(const std::string& why) const {
+    throw Failure(place() + ": " + why);
+}
 
 bool Lines::refill() {
     if (at_ == filled_ && !ended_) {
         at_ = 0;
-        filled_ = source_.read(block_.data(), block_.size());
+        try {
+            filled_ = source_.read(block_.data(), block_.size());
+        } catch (const std::system_error& error) {
+            throw Failure(place(), error.code().value());
+        }
         ended_ = filled_ < block_.size();
     }
     return at_ < filled_;

@@ -52,9 +52,11 @@ public:
     // Throws what `work` threw.
     std::optional<Result> next(std::chrono::milliseconds patience) {
         std::unique_lock lock(mutex_);
-        Slot& slot = slots_[taken_ % slots_.size()];
-        if (!resultReady_.wait_for(lock, patience, [&] { return slot.result || slot.error; }))
+        if (!nextIsDone())
+            resultsReady_.wait_for(lock, patience, [this] { return isWorthWaking(); });
+        if (!nextIsDone())
             return std::nullopt;
+        Slot& slot = slots_[taken_ % slots_.size()];
         ++taken_;
         roomMade_.notify_one();
         if (slot.error)
@@ -69,6 +71,17 @@ private:
         std::optional<Result> result;
         std::exception_ptr error;
     };
+
+    bool nextIsDone() const {
+        const Slot& slot = slots_[taken_ % slots_.size()];
+        return slot.result || slot.error;
+    }
+
+    // Small work is done faster than a sleeper wakes: `next` is woken for many results at a time.
+    // It finds fewer by itself when its patience ends.
+    bool isWorthWaking() const {
+        return nextIsDone() && (done_ - taken_ >= slots_.size() / 2 || done_ == count_);
+    }
 
     Slot workOn(std::size_t index) {
         try {
@@ -90,8 +103,9 @@ private:
             Slot done = workOn(index);
             lock.lock();
             slots_[index % slots_.size()] = std::move(done);
-            if (index == taken_)
-                resultReady_.notify_one();
+            ++done_;
+            if (isWorthWaking())
+                resultsReady_.notify_one();
         }
     }
 
@@ -99,10 +113,11 @@ private:
     const std::function<Result(std::size_t)> work_;
     std::mutex mutex_;
     std::condition_variable roomMade_;
-    std::condition_variable resultReady_;
-    std::vector<Slot> slots_; // of index i at i modulo their number
-    std::size_t begun_ = 0;
-    std::size_t taken_ = 0;
+    std::condition_variable resultsReady_;
+    std::vector<Slot> slots_;          // of index i at i modulo their number
+    std::size_t begun_ = 0;            // how many were given to a thread,
+    std::size_t done_ = 0;             // have a result,
+    std::size_t taken_ = 0;            // were handed out by `next`
     std::vector<std::thread> threads_; // last: the threads use all of the above
 };
 

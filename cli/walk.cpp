@@ -97,7 +97,7 @@ void Walk::addEntry(const std::string& name, std::vector<Directory>& open) {
     if (!S_ISDIR(status.st_mode))
         addFile(name, status);
     else if (isLink)
-        console_.note(name + ": skipped: symbolic link to a directory");
+        ++unfollowedLinks_;
     else
         openDirectory(name, open);
 }

@@ -39,6 +39,9 @@ public:
     // Names that could not be looked at; each has been noted.
     std::size_t unreadable() const { return unreadable_; }
 
+    // Symbolic links to directories that were met on the way.
+    std::size_t unfollowedLinks() const { return unfollowedLinks_; }
+
     // Directories named while they are not walked; each has been noted.
     std::size_t refusedDirectories() const { return refusedDirectories_; }
 
@@ -59,6 +62,7 @@ private:
     Console& console_;
     std::vector<FoundFile> files_;
     std::size_t unreadable_ = 0;
+    std::size_t unfollowedLinks_ = 0;
     std::size_t refusedDirectories_ = 0;
 };
 

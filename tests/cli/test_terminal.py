@@ -234,6 +234,14 @@ class Interrupt(ToolTest):
         done = self.run_tool("check", "--stop", "-j", "2", "list")
         self.assertEqual((done.status, done.text), (1, "Warning: File not found: gone.\n"))
 
+    def test_a_write_error_does_not_wait_for_them_either(self):
+        self.write("list", record("gone", b"") + record("huge", b""))
+        with open("/dev/full", "wb") as full:
+            done = subprocess.run([TOOL, "check", "list"], stdout=full, stderr=subprocess.PIPE,
+                                  env=environment())
+        self.assertEqual((done.returncode, done.stderr),
+                         (2, b"pelorik: check: standard output: No space left on device\n"))
+
     def test_hash(self):
         status, out, err = self.interrupted("hash", "-a", "md5", "small", "huge", "small")
         self.assertEqual((status, out), (130, b"small=" + (MD5 + md5(b"1")).encode() + b"\n"))
