@@ -235,9 +235,13 @@ void Check::idle() {
 End Check::goThrough(Pool& pool) {
     constexpr std::chrono::milliseconds kPatience(100);
     while (done_.files < records_.size()) {
-        if (interruptRequested())
+        const bool interrupted = interruptRequested();
+        if (interrupted)
+            pool.beginNoMore(); // what is done already is still reported
+        const std::optional<Verdict> verdict =
+            pool.next(interrupted ? std::chrono::milliseconds(0) : kPatience);
+        if (!verdict && interrupted)
             return End::kInterrupted;
-        const std::optional<Verdict> verdict = pool.next(kPatience);
         if (!verdict) {
             idle();
             continue;

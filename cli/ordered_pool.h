@@ -34,19 +34,21 @@ public:
         }
     }
 
-    // Waits for the work in hand; begins no more.
+    // Waits for the work in hand.
     ~OrderedPool() {
-        {
-            const std::lock_guard lock(mutex_);
-            begun_ = count_;
-        }
-        roomMade_.notify_all();
+        beginNoMore();
         for (std::thread& thread : threads_)
             thread.join();
     }
 
     OrderedPool(const OrderedPool&) = delete;
     OrderedPool& operator=(const OrderedPool&) = delete;
+
+    void beginNoMore() {
+        const std::lock_guard lock(mutex_);
+        begun_ = count_;
+        roomMade_.notify_all();
+    }
 
     // The next result, of which there are `count`; nothing when it is not there within `patience`.
     // Throws what `work` threw.

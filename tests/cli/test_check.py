@@ -9,7 +9,8 @@ import sys
 import time
 import unittest
 
-from tool import GOST94, GOST2012, MD5, TOOL, ToolTest, environment, gost94, gost2012, md5
+from tool import (GOST94, GOST2012, MD5, TOOL, ToolTest, await_open, await_that, environment, gost94,
+                  gost2012, md5)
 
 
 def record(name, data):
@@ -356,12 +357,15 @@ class Jobs(CheckTest):
             [json.loads(line).get("name") for line in self.check("-j", "8", "--json", "list").text.splitlines()],
             ["f%d" % i for i in range(600)] + [None])
 
-    def threads(self, *words):
+    def threads(self, expected, *words):
         """How many threads are at work on a list of files that nobody reads to the end."""
         child = subprocess.Popen([TOOL, "check", *words, "list"], env=environment(),
                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        time.sleep(0.5)
-        count = len(os.listdir("/proc/%d/task" % child.pid))
+        tasks = "/proc/%d/task" % child.pid
+        await_open(child.pid, "huge")
+        await_that(lambda: len(os.listdir(tasks)) >= expected)
+        time.sleep(0.2)  # more than expected would come now
+        count = len(os.listdir(tasks))
         child.kill()
         child.wait()
         return count
@@ -371,12 +375,12 @@ class Jobs(CheckTest):
             file.truncate(1 << 42)
         self.listed(*[record("huge", b"")] * 1000)
         usable = os.sched_getaffinity(0)
-        alone = self.threads("-j", "1")
-        self.assertEqual(self.threads("-j", "3"), alone + 2)
-        self.assertEqual(self.threads(), alone + len(usable) - 1)
+        alone = self.threads(2, "-j", "1")
+        for expected, words in ((alone + 2, ["-j", "3"]), (alone + len(usable) - 1, [])):
+            self.assertEqual(self.threads(expected, *words), expected)
         try:
             os.sched_setaffinity(0, {min(usable)})
-            self.assertEqual(self.threads(), alone)
+            self.assertEqual(self.threads(alone), alone)
         finally:
             os.sched_setaffinity(0, usable)
 

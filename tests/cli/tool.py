@@ -75,6 +75,46 @@ def environment(**changes):
     return variables
 
 
+def await_that(condition):
+    """Waits until `condition()` is true, for a minute at most."""
+    for _ in range(6000):
+        if condition():
+            return
+        time.sleep(0.01)
+    raise AssertionError("it never came so far")
+
+
+def await_running(pid):
+    """Waits until the process is the tool, and SIGINT no longer ends it at once."""
+
+    def catches_interrupt():
+        with open("/proc/%d/status" % pid, encoding="ascii") as status:
+            caught = next(line for line in status if line.startswith("SigCgt:"))
+        return int(caught.split()[1], 16) >> (signal.SIGINT - 1) & 1
+
+    def is_tool():
+        return os.path.samefile("/proc/%d/exe" % pid, TOOL)
+
+    await_that(lambda: is_tool() and catches_interrupt())
+
+
+def await_open(pid, name):
+    """Waits until the process has the file `name` open."""
+
+    def has_it():
+        folder = "/proc/%d/fd" % pid
+        for number in os.listdir(folder):
+            try:
+                if os.readlink(os.path.join(folder, number)) == os.path.abspath(name):
+                    return True
+            except FileNotFoundError:  # closed meanwhile
+                pass
+        return False
+
+    await_running(pid)
+    await_that(has_it)
+
+
 class Outcome:
     def __init__(self, status, out, err):
         self.status = status
