@@ -178,11 +178,11 @@ bool storeAs(char type, double value, void* out) {
 }
 
 // Whether `pattern` matches what is left of `text` from some position on.
-bool findRest(const AGStr& string, std::string_view pattern, std::string_view text) {
+bool matchesSomewhere(const AGStr& string, const char* pattern, const char* text) {
     if (isExactly(string))
-        return wildcard::matches(pattern.data(), text.data(), true);
+        return wildcard::matches(pattern, text, true);
     return wildcard::Search(&string, pattern, text).find([&](const char* position) {
-        return string.Match(pattern.data(), position);
+        return string.Match(pattern, position);
     });
 }
 
@@ -248,12 +248,10 @@ bool AGStr::Scan(const char*& pattern, const char*& text) const {
         if (*rest == '?' && *from++ == '\0')
             return false;
     }
-    const std::string_view remaining = rest;
-    const std::string_view unmatched = from;
-    if (!remaining.empty() && !findRest(*this, remaining, unmatched))
+    if (*rest != '\0' && !matchesSomewhere(*this, rest, from))
         return false;
-    pattern = remaining.data() + remaining.size();
-    text = unmatched.data() + unmatched.size();
+    pattern = rest + std::strlen(rest);
+    text = from + std::strlen(from);
     return true;
 }
 

@@ -48,7 +48,7 @@ bool matches(const char* pattern, Text text, bool afterStar) {
 // pass changed copies on.
 class Search {
 public:
-    Search(const void* object, std::string_view pattern, std::string_view text);
+    Search(const void* object, const char* pattern, const char* text);
     ~Search();
     Search(const Search&) = delete;
     Search& operator=(const Search&) = delete;
@@ -58,13 +58,13 @@ public:
     // no more: then the answer is that of `matches`.
     template<class MatchesAt>
     bool find(MatchesAt matchesAt) {
-        std::size_t& failed = memory_->failed[pattern_.size()];
-        if (text_.size() < failed)
+        std::size_t& failed = memory_->failed[patternLength_];
+        if (textLength_ < failed)
             return false;
-        const bool found = memory_->depth > kMaxDepth ? matches(pattern_.data(), text_.data(), true)
+        const bool found = memory_->depth > kMaxDepth ? matches(pattern_, text_, true)
                                                       : findBefore(failed, matchesAt);
         if (!found)
-            failed = text_.size() + 1;
+            failed = textLength_ + 1;
         return found;
     }
 
@@ -78,16 +78,16 @@ private:
         std::vector<std::size_t> failed;
         std::size_t depth;
         Memory* enclosing;
-
-        bool covers(const void* otherObject, std::string_view rest, std::string_view part) const {
-            return object == otherObject && pattern.ends_with(rest) && text.ends_with(part);
-        }
     };
+
+    bool isCoveredBy(const Memory& memory, const void* object);
+    void begin(const void* object);
 
     template<class MatchesAt>
     bool findBefore(std::size_t failed, MatchesAt matchesAt) const {
-        for (std::size_t left = text_.size() + 1; left > failed; --left) {
-            if (matchesAt(text_.data() + (text_.size() + 1 - left)))
+        const std::size_t untried = textLength_ + 1 - failed;
+        for (std::size_t i = 0; i < untried; ++i) {
+            if (matchesAt(text_ + i))
                 return true;
         }
         return false;
@@ -96,8 +96,10 @@ private:
     static constexpr std::size_t kMaxDepth = 1000;
     static thread_local Memory* innermost_;
 
-    std::string_view pattern_;
-    std::string_view text_;
+    const char* pattern_;
+    const char* text_;
+    std::size_t patternLength_;
+    std::size_t textLength_;
     std::optional<Memory> own_;
     Memory* memory_;
 };
