@@ -1,0 +1,115 @@
+#!/usr/bin/env python3
+"""Measures the built tool beside other programs, in turns, and writes the medians as JSON.
+
+    tool.py PELORIK OUT.json
+"""
+
+import json
+import os
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+FILE_SIZE = 512 << 20
+SMALL_FILES = 100_000
+ROUNDS = 5
+ROAD_FLAGS = {"avx512f", "avx512bw", "avx512vl", "avx512_vbmi", "gfni"}
+
+
+def own_name():
+    with open("/proc/cpuinfo", encoding="ascii") as cpuinfo:
+        flags = next(line for line in cpuinfo if line.startswith("flags")).split()
+    return "pelorik-avx512" if ROAD_FLAGS <= set(flags) else "pelorik-portable"
+
+
+def times_of(command, directory):
+    """CPU and wall seconds of one run, which must succeed."""
+    begin = time.monotonic()
+    child = subprocess.Popen(
+        command, cwd=directory, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL
+    )
+    _, status, usage = os.wait4(child.pid, 0)
+    child.returncode = os.waitstatus_to_exitcode(status)
+    if child.returncode != 0:
+        raise SystemExit(f"{command}: exit status {child.returncode}")
+    return {"cpu": usage.ru_utime + usage.ru_stime, "wall": time.monotonic() - begin}
+
+
+def race(commands, directory):
+    """The medians of interleaved runs, by name of the runner."""
+    taken = {who: [] for who in commands}
+    for _ in range(ROUNDS):
+        for who, command in commands.items():
+            taken[who].append(times_of(command, directory))
+    return {
+        who: {kind: statistics.median(run[kind] for run in runs) for kind in ("cpu", "wall")}
+        for who, runs in taken.items()
+    }
+
+
+def measure_one_file(pelorik, directory):
+    with open(os.path.join(directory, "big"), "wb") as big:
+        piece = os.urandom(1 << 20)
+        for _ in range(FILE_SIZE >> 20):
+            big.write(piece)
+    own = own_name()
+    races = {
+        "md5": ["md5sum", ["md5sum", "big"]],
+        "gost2012": ["rhash", ["rhash", "--gost12-256", "big"]],
+        "gost94": ["rhash", ["rhash", "--gost94-cryptopro", "big"]],
+    }
+    for algorithm, (peer, command) in races.items():
+        medians = race({own: [pelorik, "hash", "-a", algorithm, "big"], peer: command}, directory)
+        for who, median in medians.items():
+            yield f"tool-hash-{algorithm}/{FILE_SIZE}/{who}", median["cpu"]
+    os.remove(os.path.join(directory, "big"))
+
+
+def make_small_files(directory):
+    for folder in range(100):
+        os.mkdir(os.path.join(directory, f"d{folder}"))
+        for number in range(SMALL_FILES // 100):
+            with open(os.path.join(directory, f"d{folder}", f"f{number}"), "wb") as small:
+                small.write(os.urandom(1024))
+
+
+def measure_small_files(pelorik, directory):
+    tree = os.path.join(directory, "tree")
+    os.mkdir(tree)
+    make_small_files(tree)
+    subprocess.run([pelorik, "list", "-r", "-o", "own.list", "tree"], cwd=directory, check=True)
+    with open(os.path.join(directory, "rhash.list"), "wb") as out:
+        subprocess.run(
+            ["rhash", "--gost12-256", "-r", "tree"], cwd=directory, stdout=out, check=True
+        )
+    medians = race(
+        {
+            "own-j1": [pelorik, "check", "-j", "1", "own.list"],
+            "own-j2": [pelorik, "check", "-j", "2", "own.list"],
+            "rhash": ["rhash", "--gost12-256", "-c", "--skip-ok", "rhash.list"],
+        },
+        directory,
+    )
+    for kind in ("cpu", "wall"):
+        yield f"tool-check-{kind}/{SMALL_FILES}/{own_name()}", medians["own-j1"][kind]
+        yield f"tool-check-{kind}/{SMALL_FILES}/rhash", medians["rhash"][kind]
+    yield f"tool-check-threads/{SMALL_FILES}/pelorik-j2", medians["own-j2"]["wall"]
+    yield f"tool-check-threads/{SMALL_FILES}/pelorik-j1", medians["own-j1"]["wall"]
+
+
+def main():
+    pelorik, out = os.path.abspath(sys.argv[1]), sys.argv[2]
+    measured = {}
+    with tempfile.TemporaryDirectory() as directory:
+        for measure in (measure_one_file, measure_small_files):
+            for name, seconds in measure(pelorik, directory):
+                print(f"{name}: {seconds:.3f} s", flush=True)
+                measured[name] = seconds
+    with open(out, "w", encoding="utf-8") as file:
+        json.dump(measured, file, indent=1)
+
+
+if __name__ == "__main__":
+    main()
