@@ -96,7 +96,7 @@ void AtomicOutput::write(std::string_view content) {
         fail(error != 0 ? error : closeError);
 }
 
-void AtomicOutput::commit(std::string_view content) {
+void AtomicOutput::commit(std::string_view content, const Inspect& inspect) {
     if (isInPlace()) {
         file_ = Descriptor(::open(target_.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
         if (!file_)
@@ -106,6 +106,8 @@ void AtomicOutput::commit(std::string_view content) {
     }
     createTemporary();
     write(content);
+    if (inspect)
+        inspect(temporary_);
     if (::rename(temporary_.c_str(), target_.c_str()) != 0)
         fail(errno);
     temporary_.clear();

@@ -5,6 +5,7 @@
 
 #include "cli/descriptor.h"
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -30,7 +31,12 @@ public:
     bool replaces(const std::string& name, const struct stat& status) const;
 
     // Makes `content` the target's content. Throws `Failure`, and then the target is as before.
-    void commit(std::string_view content);
+    void commit(std::string_view content) { commit(content, nullptr); }
+
+    // The same for a regular file. `inspect` gets the name of the temporary file once everything is
+    // written there, and keeps the target as before by throwing.
+    using Inspect = std::function<void(const std::string& name)>;
+    void commit(std::string_view content, const Inspect& inspect);
 
 private:
     bool isInPlace() const;

@@ -86,6 +86,10 @@ void CommandLine::values(const std::string& names, const std::string& what,
     app_->add_option(names, target, text)->allow_extra_args(false)->type_name(what);
 }
 
+void CommandLine::verb(const std::string& name, const std::string& text) {
+    verbs_ += helpLine(name, text);
+}
+
 void CommandLine::status(int number, const std::string& text) {
     statuses_ += helpLine(std::to_string(number), text);
 }
@@ -140,7 +144,10 @@ std::vector<std::string> CommandLine::parse(const std::vector<std::string>& word
 
 std::string CommandLine::help() const {
     std::string text =
-        "Usage: pelorik " + wrapped(usage_, 15) + "\n\n" + wrapped(about_, 0) + "\n\nOptions:\n";
+        "Usage: pelorik " + wrapped(usage_, 15) + "\n\n" + wrapped(about_, 0) + "\n\n";
+    if (!verbs_.empty())
+        text += "Verbs:\n" + verbs_ + "\n";
+    text += "Options:\n";
     for (const CLI::Option* option : app_->get_options())
         text += helpLine(optionNames(*option), option->get_description());
     return text + "\nExit status:\n" + statuses_ + "\nExamples:\n" + examples_;

@@ -42,6 +42,9 @@ public:
     void values(const std::string& names, const std::string& what, std::vector<std::string>& target,
                 const std::string& text);
 
+    // A verb that stands where options could: --help lists it before them.
+    void verb(const std::string& name, const std::string& text);
+
     // What --help says of an exit status, and the examples that it ends with.
     void status(int number, const std::string& text);
     void examples(std::string lines);
@@ -57,6 +60,7 @@ private:
     std::unique_ptr<CLI::App> app_;
     std::string usage_;
     std::string about_;
+    std::string verbs_;
     std::string statuses_;
     std::string examples_;
 };

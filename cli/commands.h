@@ -1,7 +1,7 @@
 // The tool's commands, one source file each.
 //
 // A command gets the words behind its name, writes through `console`, and returns an exit status.
-// It may throw `HelpWanted`, `UsageError` and `Failure`.
+// It may throw `HelpWanted`, `UsageError`, `Failure` and `Refusal`.
 
 #ifndef PELORIK_CLI_COMMANDS_H
 #define PELORIK_CLI_COMMANDS_H
@@ -20,6 +20,8 @@ int runList(const Words& words, Console& console);
 int runCheck(const Words& words, Console& console);
 int runInterfaces(const Words& words, Console& console);
 int runLock(const Words& words, Console& console);
+int runXml(const Words& words, Console& console);
+int runIni(const Words& words, Console& console);
 
 } // namespace cli
 

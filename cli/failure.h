@@ -22,6 +22,12 @@ public:
         : std::runtime_error(what + ": " + errorText(errorNumber)) {}
 };
 
+// The tool did its job, and the answer is no: status 1.
+class Refusal : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 // The command line asks for something that makes no sense: status 2 and a pointer to --help.
 class UsageError : public Failure {
 public:

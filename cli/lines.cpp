@@ -8,20 +8,17 @@
 
 namespace cli {
 
-namespace {
-
 FileSource openText(const std::string& name) {
     try {
         FileSource source = name == "-" ? FileSource::standardInput() : FileSource::open(name);
-        if (!source.isDirectory())
+        // Of standard input reading finds out: a closed one looks like a directory, too.
+        if (name == "-" || !source.isDirectory())
             return source;
     } catch (const std::system_error& error) {
         throw Failure(name, error.code().value());
     }
     throw Failure(name, EISDIR);
 }
-
-} // namespace
 
 Lines::Lines(const std::string& name, char separator, std::size_t longest)
     : name_(name), source_(openText(name)), separator_(separator), longest_(longest) {}

@@ -11,6 +11,10 @@
 
 namespace cli {
 
+// Opens `name` to be read as a text; "-" is standard input. Throws `Failure` when it cannot be
+// opened or is a directory.
+FileSource openText(const std::string& name);
+
 // Everything here throws `Failure`, with the text's name and the line's number, and `Interrupted`.
 class Lines {
 public:

@@ -27,6 +27,8 @@ constexpr Command kCommands[] = {
     {"check", "check files against a hash list", runCheck},
     {"interfaces", "list the network interfaces", runInterfaces},
     {"lock", "run a command while holding a lock", runLock},
+    {"xml", "check, seal and query XML documents", runXml},
+    {"ini", "look up values in INI texts", runIni},
 };
 
 constexpr char kVersion[] = "pelorik " PELORIK_VERSION "\n";
@@ -74,6 +76,9 @@ int guarded(Console& console, const std::string& helpFor, Work work) {
     } catch (const Interrupted&) {
         console.note("interrupted");
         status = kInterrupted;
+    } catch (const Refusal& refusal) {
+        console.note(refusal.what());
+        status = kFailed;
     } catch (const UsageError& error) {
         console.note(std::string(error.what()) + " (try: " + helpFor + " --help)");
         status = kTrouble;

@@ -9,7 +9,7 @@ import unittest
 
 from tool import EMPTY_GOST2012, GOST2012, MD5, TOOL, ToolTest, environment, md5
 
-COMMANDS = ("hash", "list", "check", "interfaces", "lock")
+COMMANDS = ("hash", "list", "check", "interfaces", "lock", "xml", "ini")
 
 
 class Help(ToolTest):

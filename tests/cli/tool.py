@@ -6,6 +6,7 @@ import glob
 import hashlib
 import os
 import pty
+import re
 import select
 import shutil
 import signal
@@ -115,6 +116,17 @@ def await_open(pid, name):
     await_that(has_it)
 
 
+def await_reading(pid):
+    """Waits until the process sleeps in read(2)."""
+
+    def reads():
+        with open("/proc/%d/syscall" % pid, encoding="ascii") as call:
+            return call.read().split()[0] == "0"
+
+    await_running(pid)
+    await_that(reads)
+
+
 class Outcome:
     def __init__(self, status, out, err):
         self.status = status
@@ -187,6 +199,20 @@ class ToolTest(unittest.TestCase):
         self.assertRegex(outcome.complaint, r"\Apelorik(: [a-z]+)?: [^\n]*\n\Z")
         for text in texts:
             self.assertIn(text, outcome.complaint)
+
+    def assert_help(self, words, names, statuses=("0", "1", "2", "130")):
+        """`words --help` fits a terminal, holds `names`, and ends with exit statuses and examples."""
+        done = self.run_tool(*words, "--help")
+        self.assertEqual((done.status, done.err), (0, b""))
+        self.assertEqual(self.run_tool(*words, "-h").out, done.out)
+        self.assertTrue(done.text.startswith("Usage: pelorik %s " % " ".join(words)))
+        self.assertLessEqual(max(map(len, done.text.splitlines())), 80)
+        for name in names:
+            self.assertIn(name, done.text)
+        exits, examples = done.text.split("\n\n")[-2:]
+        self.assertTrue(exits.startswith("Exit status:\n"))
+        self.assertEqual(re.findall(r"^  (\d+) ", exits, re.M), list(statuses))
+        self.assertRegex(examples, r"\AExamples:\n(  [^\n]*pelorik %s[^\n]*\n)+\Z" % words[0])
 
 
 class Terminal:
