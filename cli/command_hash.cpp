@@ -91,8 +91,9 @@ void hashFile(const std::string& file, const HashOptions& options, Digester& dig
     FileSource source = file == "-" ? FileSource::standardInput() : FileSource::open(file);
     digester.read(source, console.progress());
     for (const auto& digest : digester.digests()) {
-        const std::string text = digest->ToStr(options.upper, !options.bare);
-        console.print(options.bare ? text : file + "=" + text);
+        std::string line = options.bare ? "" : file + "=";
+        line += digest->ToStr(options.upper, !options.bare);
+        console.print(line);
     }
 }
 

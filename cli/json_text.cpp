@@ -1,8 +1,10 @@
 #include "cli/json_text.h"
 
 #include "cli/terminal.h"
+#include "text/base64.h"
 
 #include <string_view>
+#include <vector>
 
 namespace cli {
 
@@ -19,16 +21,11 @@ bool isUtf8(std::string_view text) {
 }
 
 std::string base64(std::string_view bytes) {
-    constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string out;
-    for (std::size_t i = 0; i < bytes.size(); i += 3) {
-        const std::string_view group = bytes.substr(i, 3);
-        unsigned long bits = 0;
-        for (std::size_t k = 0; k < 3; ++k)
-            bits = bits << 8 | (k < group.size() ? static_cast<unsigned char>(group[k]) : 0U);
-        for (std::size_t k = 0; k < 4; ++k)
-            out += k <= group.size() ? kAlphabet[bits >> (18 - 6 * k) & 63] : '=';
-    }
+    const std::vector<unsigned char> source(bytes.begin(), bytes.end());
+    std::string out((source.size() + 2) / 3 * 4 + 1, '\0'); // the terminator included
+    base64_encode(source.data(), static_cast<unsigned>(source.size()), out.data(),
+                  static_cast<unsigned>(out.size()));
+    out.pop_back();
     return out;
 }
 
