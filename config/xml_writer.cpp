@@ -139,6 +139,7 @@ void XMLDeclaration::WriteToString(std::string& out, unsigned level) {
     if (level != 0)
         FormatLineIndents(level);
     std::ostringstream text;
+    text.exceptions(std::ios::badbit); // out of memory is no reason to give half a text
     Write(text);
     out = text.str();
 }

@@ -7,7 +7,7 @@
 #include "tests/config/xml_support.h"
 #include "tests/support/captured_stderr.h"
 #include "tests/support/failing_buffers.h"
-#include "tests/support/temporary_folder.h"
+#include "tests/support/scratch.h"
 
 #include <gtest/gtest.h>
 #include <iostream>
@@ -20,8 +20,6 @@ namespace {
 
 using std::string;
 using support::contentOf;
-using support::putFile;
-using support::TemporaryFolder;
 using xml_model::Node;
 using xml_support::addChild;
 using xml_support::errorOf;
@@ -442,19 +440,19 @@ protected:
         return {false, "PARSE ERROR: [" + path + "] : " + message + "\n"};
     }
 
-    TemporaryFolder folder;
+    support::ScratchDirectory folder;
     XMLDocument document{"cfg"};
 };
 
 TEST_F(XMLLoad, ReadsAFile) {
-    putFile(folder / "file", "<a><b/></a>\n");
-    EXPECT_EQ(load(folder / "file"), std::make_pair(true, string()));
+    folder.write("file", "<a><b/></a>\n");
+    EXPECT_EQ(load(folder.path("file")), std::make_pair(true, string()));
     EXPECT_EQ(written(document), "<a>\n<b></b>\n</a>\n");
 }
 
 TEST_F(XMLLoad, AMissingFileLeavesTheDocument) {
     addChild(document, "kept");
-    const string path = folder / "missing";
+    const string path = folder.path("missing");
     EXPECT_EQ(load(path),
               std::make_pair(false, "WARNING: Can`t open cfg file [" + path + "] for reading\n"));
     EXPECT_EQ(written(document), "<cfg>\n<kept></kept>\n</cfg>\n");
@@ -469,32 +467,32 @@ TEST_F(XMLLoad, TakesANullPathForNoFile) {
 }
 
 TEST_F(XMLLoad, AMalformedFileLeavesTheDocumentEmptyButNamed) {
-    const string path = folder / "file";
+    const string path = folder.path("file");
     document.SetBody("text");
     document.SetIndentLevel(3);
-    putFile(path, "<half");
+    folder.write("file", "<half");
     EXPECT_EQ(load(path), parseError(path, kEnd));
     EXPECT_EQ(written(document), "\t\t\t<cfg></cfg>\n");
-    putFile(path, "<a k='v'><b/>x</a>");
+    folder.write("file", "<a k='v'><b/>x</a>");
     EXPECT_EQ(load(path), parseError(path, kNoTag));
     EXPECT_EQ(written(document), "\t\t\t<a></a>\n") << "the name that was read by then";
-    putFile(path, "");
+    folder.write("file", "");
     EXPECT_EQ(load(path), parseError(path, kEnd));
 }
 
 TEST_F(XMLLoad, AWrongDigestIsAnErrorOfTheFile) {
-    const string path = folder / "file";
+    const string path = folder.path("file");
     document.UseHash(true);
-    putFile(path, "<a><b/></a>");
+    folder.write("file", "<a><b/></a>");
     EXPECT_EQ(load(path), parseError(path, "empty hash attribute"));
     EXPECT_EQ(written(document), "<a></a>\n");
-    putFile(path, "<a Hash='0'><b/></a>");
+    folder.write("file", "<a Hash='0'><b/></a>");
     EXPECT_EQ(load(path), parseError(path, "invalid hash"));
     EXPECT_EQ(written(document), "<a></a>\n");
 }
 
 TEST_F(XMLLoad, ADirectoryCannotBeRead) {
-    const string path = folder / "";
+    const string path = folder.path("");
     EXPECT_EQ(load(path), parseError(path, "Read error"));
 }
 
@@ -504,9 +502,9 @@ TEST_F(XMLLoad, GivesBackWhatSaveWrote) {
     addChild(document, "a", "x > y & z");
     addChild(addChild(document, "b"), "c");
     document.FormatLineIndents(1);
-    ASSERT_TRUE(document.Save((folder / "file").c_str(), true));
+    ASSERT_TRUE(document.Save(folder.path("file").c_str(), true));
     XMLDocument again("other", true);
-    ASSERT_TRUE(again.Load((folder / "file").c_str()));
+    ASSERT_TRUE(again.Load(folder.path("file").c_str()));
     document.FormatLineIndents(0);
     document.GetElementByName("b")->GetChildren()[0]->SetIndentLevel(0);
     EXPECT_EQ(written(again), written(document));

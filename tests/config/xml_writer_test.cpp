@@ -6,10 +6,11 @@
 #include "tests/config/xml_support.h"
 #include "tests/support/captured_stderr.h"
 #include "tests/support/failing_buffers.h"
-#include "tests/support/temporary_folder.h"
+#include "tests/support/scratch.h"
 
 #include <cerrno>
 #include <fcntl.h>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <iostream>
 #include <memory>
@@ -53,8 +54,6 @@ extern "C" int fchmod(int descriptor, mode_t mode) noexcept {
 namespace {
 
 using support::contentOf;
-using support::putFile;
-using support::TemporaryFolder;
 using xml_support::addChild;
 using xml_support::written;
 
@@ -253,23 +252,13 @@ private:
     mode_t before_;
 };
 
-// Where the tests run as root, permissions mean nothing to them; an ordinary user's do.
-class OrdinaryUser {
-public:
-    OrdinaryUser() : switched_(geteuid() == 0 && seteuid(65534) == 0) {}
-    OrdinaryUser(const OrdinaryUser&) = delete;
-    OrdinaryUser& operator=(const OrdinaryUser&) = delete;
-    ~OrdinaryUser() {
-        if (switched_ && seteuid(0) != 0)
-            std::abort();
-    }
-
-private:
-    bool switched_;
-};
-
 class XMLSave : public testing::Test {
 protected:
+    XMLSave() {
+        std::filesystem::permissions(folder.path(), std::filesystem::perms::all);
+        chmods.clear();
+    }
+
     ~XMLSave() override {
         std::vector<Before>().swap(chmods);
         std::vector<Before>().swap(fchmods);
@@ -283,31 +272,31 @@ protected:
         return {saved, said.text()};
     }
 
-    TemporaryFolder folder;
+    support::ScratchDirectory folder;
     XMLDocument document{"cfg"};
     const std::pair<bool, string> kSilently{true, ""};
 };
 
 TEST_F(XMLSave, WritesTheDocument) {
-    EXPECT_EQ(save(folder / "new", false), kSilently);
-    EXPECT_EQ(contentOf(folder / "new"), "<cfg></cfg>\n");
+    EXPECT_EQ(save(folder.path("new"), false), kSilently);
+    EXPECT_EQ(contentOf(folder.path("new")), "<cfg></cfg>\n");
 }
 
 TEST_F(XMLSave, WritesTheDigestOfADocumentThatHasOne) {
     document.UseHash(true);
-    EXPECT_EQ(save(folder / "new", false), kSilently);
-    EXPECT_EQ(contentOf(folder / "new"), writtenWithDigest(document));
-    EXPECT_NE(contentOf(folder / "new").find(" Hash=\""), string::npos);
+    EXPECT_EQ(save(folder.path("new"), false), kSilently);
+    EXPECT_EQ(contentOf(folder.path("new")), writtenWithDigest(document));
+    EXPECT_NE(contentOf(folder.path("new")).find(" Hash=\""), string::npos);
 }
 
 TEST_F(XMLSave, EmptiesAFileThatExistsAndLeavesItsPermissions) {
-    putFile(folder / "old", string(1000, 'x'));
+    folder.write("old", string(1000, 'x'));
     for (const bool restricts : {true, false}) {
         for (const mode_t mode : {mode_t{0644}, mode_t{0666}, mode_t{0600}, mode_t{0777}}) {
-            ASSERT_EQ(syscall(SYS_fchmodat, AT_FDCWD, (folder / "old").c_str(), mode), 0);
-            EXPECT_EQ(save(folder / "old", restricts), kSilently);
-            EXPECT_EQ(contentOf(folder / "old"), "<cfg></cfg>\n");
-            EXPECT_EQ(modeOf(folder / "old"), mode);
+            ASSERT_EQ(syscall(SYS_fchmodat, AT_FDCWD, folder.path("old").c_str(), mode), 0);
+            EXPECT_EQ(save(folder.path("old"), restricts), kSilently);
+            EXPECT_EQ(contentOf(folder.path("old")), "<cfg></cfg>\n");
+            EXPECT_EQ(modeOf(folder.path("old")), mode);
         }
     }
     EXPECT_TRUE(chmods.empty());
@@ -315,22 +304,22 @@ TEST_F(XMLSave, EmptiesAFileThatExistsAndLeavesItsPermissions) {
 }
 
 TEST_F(XMLSave, NarrowsOnlyANewFileAndOnlyWhenAsked) {
-    const OrdinaryUser user;
+    const support::OrdinaryUser user;
     for (const mode_t mask :
          {mode_t{0}, mode_t{022}, mode_t{077}, mode_t{0200}, mode_t{0277}, mode_t{0777}}) {
         const Umask masked(mask);
         const string suffix = std::to_string(mask);
-        EXPECT_EQ(save(folder / ("narrow" + suffix), true), kSilently);
-        EXPECT_EQ(modeOf(folder / ("narrow" + suffix)), mode_t{0600}) << mask;
-        EXPECT_EQ(contentOf(folder / ("narrow" + suffix)), "<cfg></cfg>\n");
-        EXPECT_EQ(save(folder / ("plain" + suffix), false), kSilently);
-        EXPECT_EQ(modeOf(folder / ("plain" + suffix)), 0666 & ~mask) << mask;
+        EXPECT_EQ(save(folder.path("narrow" + suffix), true), kSilently);
+        EXPECT_EQ(modeOf(folder.path("narrow" + suffix)), mode_t{0600}) << mask;
+        EXPECT_EQ(contentOf(folder.path("narrow" + suffix)), "<cfg></cfg>\n");
+        EXPECT_EQ(save(folder.path("plain" + suffix), false), kSilently);
+        EXPECT_EQ(modeOf(folder.path("plain" + suffix)), 0666 & ~mask) << mask;
     }
 }
 
 TEST_F(XMLSave, ANewFileIsNarrowBeforeAnythingIsInIt) {
     const Umask masked(0);
-    EXPECT_EQ(save(folder / "new", true), kSilently);
+    EXPECT_EQ(save(folder.path("new"), true), kSilently);
     ASSERT_EQ(fchmods.size(), 1u);
     EXPECT_EQ(fchmods[0].mode, mode_t{0600});
     EXPECT_EQ(fchmods[0].size, 0);
@@ -341,48 +330,48 @@ TEST_F(XMLSave, ANewFileIsNarrowBeforeAnythingIsInIt) {
 
 TEST_F(XMLSave, IgnoresWhatTheLastNarrowingGives) {
     chmodResult = -1;
-    EXPECT_EQ(save(folder / "new", true), kSilently);
+    EXPECT_EQ(save(folder.path("new"), true), kSilently);
     EXPECT_EQ(chmods.size(), 1u);
 }
 
 TEST_F(XMLSave, MakesTheFileThatADanglingLinkPointsTo) {
-    ASSERT_EQ(symlink("target", (folder / "link").c_str()), 0);
-    EXPECT_EQ(save(folder / "link", true), kSilently);
-    EXPECT_EQ(contentOf(folder / "target"), "<cfg></cfg>\n");
-    EXPECT_EQ(modeOf(folder / "target"), mode_t{0600});
-    EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
+    ASSERT_EQ(symlink("target", folder.path("link").c_str()), 0);
+    EXPECT_EQ(save(folder.path("link"), true), kSilently);
+    EXPECT_EQ(contentOf(folder.path("target")), "<cfg></cfg>\n");
+    EXPECT_EQ(modeOf(folder.path("target")), mode_t{0600});
+    EXPECT_TRUE(std::filesystem::is_symlink(folder.path("link")));
 }
 
 TEST_F(XMLSave, LeavesThePermissionsOfWhatALinkPointsTo) {
-    putFile(folder / "target", "");
-    const mode_t before = modeOf(folder / "target");
-    ASSERT_EQ(symlink("target", (folder / "link").c_str()), 0);
-    EXPECT_EQ(save(folder / "link", true), kSilently);
-    EXPECT_EQ(modeOf(folder / "target"), before);
+    folder.write("target", "");
+    const mode_t before = modeOf(folder.path("target"));
+    ASSERT_EQ(symlink("target", folder.path("link").c_str()), 0);
+    EXPECT_EQ(save(folder.path("link"), true), kSilently);
+    EXPECT_EQ(modeOf(folder.path("target")), before);
 }
 
 TEST_F(XMLSave, ReportsAFileThatCannotBeOpened) {
-    const string path = folder / "missing/file";
+    const string path = folder.path("missing/file");
     for (const bool restricts : {false, true}) {
         EXPECT_EQ(save(path, restricts),
                   std::make_pair(false, "ERROR: Can`t open cfg file [" + path + "] for writing\n"));
     }
-    EXPECT_EQ(save(folder / "", false).first, false);
+    EXPECT_EQ(save(folder.path(""), false).first, false);
     EXPECT_EQ(save("", false),
               std::make_pair(false, string("ERROR: Can`t open cfg file [] for writing\n")));
     EXPECT_TRUE(chmods.empty());
 }
 
 TEST_F(XMLSave, ReportsAForbiddenFile) {
-    const OrdinaryUser user;
-    putFile(folder / "old", "kept");
-    ASSERT_EQ(syscall(SYS_fchmodat, AT_FDCWD, (folder / "old").c_str(), 0444), 0);
-    if (access((folder / "old").c_str(), W_OK) == 0 && geteuid() == 0)
+    const support::OrdinaryUser user;
+    folder.write("old", "kept");
+    ASSERT_EQ(syscall(SYS_fchmodat, AT_FDCWD, folder.path("old").c_str(), 0444), 0);
+    if (access(folder.path("old").c_str(), W_OK) == 0 && geteuid() == 0)
         GTEST_SKIP() << "needs a user whom permissions bind";
-    EXPECT_EQ(save(folder / "old", true),
-              std::make_pair(false, "ERROR: Can`t open cfg file [" + (folder / "old") +
+    EXPECT_EQ(save(folder.path("old"), true),
+              std::make_pair(false, "ERROR: Can`t open cfg file [" + (folder.path("old")) +
                                         "] for writing\n"));
-    EXPECT_EQ(contentOf(folder / "old"), "kept");
+    EXPECT_EQ(contentOf(folder.path("old")), "kept");
 }
 
 TEST_F(XMLSave, TakesANullPathForNoFile) {

@@ -19,6 +19,7 @@
 namespace {
 
 std::atomic<long> liveBlocks{0};
+std::atomic<long> blocksUntilFailure{-1}; // negative: none fails
 bool leaksAllowed = false;
 
 } // namespace
@@ -26,6 +27,8 @@ bool leaksAllowed = false;
 #ifndef PELORIK_SANITIZED
 
 void* operator new(std::size_t size) {
+    if (blocksUntilFailure >= 0 && blocksUntilFailure-- == 0)
+        throw std::bad_alloc();
     void* const block = std::malloc(size == 0 ? 1 : size);
     if (block == nullptr)
         throw std::bad_alloc();
@@ -93,6 +96,26 @@ class MemoryWatch : public testing::EmptyTestEventListener {
 
 void support::allowLastingMemory() {
     leaksAllowed = true;
+}
+
+bool support::canFailAllocations() {
+#ifdef PELORIK_SANITIZED
+    return false;
+#else
+    return true;
+#endif
+}
+
+support::FailingAllocation::FailingAllocation(long before) {
+    blocksUntilFailure = before;
+}
+
+support::FailingAllocation::~FailingAllocation() {
+    blocksUntilFailure = -1;
+}
+
+bool support::FailingAllocation::failed() const {
+    return blocksUntilFailure < 0;
 }
 
 int main(int argc, char** argv) {
