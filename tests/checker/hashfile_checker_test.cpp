@@ -330,6 +330,12 @@ TEST(PrintHashes, CutsTheNameAtItsFirstEqualsSign) {
               "sys=1\na=2=3\n=4\n");
 }
 
+// The name is copied as text, which ends at a zero byte.
+TEST(PrintHashes, CutsTheNameAtItsFirstZeroByte) {
+    EXPECT_EQ(printed({{std::string("a\0=b", 4), "1"}}), "a=1\n");
+    EXPECT_EQ(printed({{"a" + std::string(9000, '\0'), "1"}}), "a=1\n");
+}
+
 TEST(PrintHashes, WritesANameOf8193Characters) {
     const std::string name(8193, 'n');
     EXPECT_EQ(printed({{name, "1"}}), name + "=1\n");
