@@ -37,8 +37,8 @@ std::string overview() {
     std::string text = "Usage: pelorik COMMAND [OPTION]... [OPERAND]...\n"
                        "       pelorik --help | --version\n"
                        "\n"
-                       "Digests of files and checks against a list of them, network interfaces, locks,\n"
-                       "XML documents and INI texts.\n"
+                       "Digests of files and checks against a list of them, network\n"
+                       "interfaces, locks, XML documents and INI texts.\n"
                        "\n"
                        "Commands:\n";
     for (const Command& command : kCommands) {
