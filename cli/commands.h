@@ -22,6 +22,8 @@ int runInterfaces(const Words& words, Console& console);
 int runLock(const Words& words, Console& console);
 int runXml(const Words& words, Console& console);
 int runIni(const Words& words, Console& console);
+int runBase64(const Words& words, Console& console);
+int runPem(const Words& words, Console& console);
 
 } // namespace cli
 

@@ -29,6 +29,8 @@ constexpr Command kCommands[] = {
     {"lock", "run a command while holding a lock", runLock},
     {"xml", "check, seal and query XML documents", runXml},
     {"ini", "look up values in INI texts", runIni},
+    {"base64", "encode bytes as base64 text, and back", runBase64},
+    {"pem", "put certificates into PEM framing, and back", runPem},
 };
 
 constexpr char kVersion[] = "pelorik " PELORIK_VERSION "\n";
