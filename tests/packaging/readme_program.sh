@@ -8,7 +8,7 @@ library=$2
 
 directory=$(mktemp -d)
 trap 'rm -rf "$directory"' EXIT
-sed -n '/^```cpp$/,/^```$/{/^```/!p}' "$source/README.md" >"$directory/first.cpp"
+awk '/^```/ { inside = $0 == "```cpp"; next } inside' "$source/README.md" >"$directory/first.cpp"
 test -s "$directory/first.cpp"
 g++ -std=c++11 -I"$source" "$directory/first.cpp" -L"$library" -lpelorikutil \
     -Wl,-rpath,"$library" -o "$directory/first"
