@@ -1,9 +1,11 @@
 #include "cli/held_lock.h"
 
+#include "cli/descriptor.h"
 #include "cli/failure.h"
 
 #include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
 #include <unistd.h>
 #include <utility>
 
@@ -60,8 +62,10 @@ HeldLock::~HeldLock() {
 
 std::optional<HeldLock> HeldLock::tryToTake(const std::string& name) {
     for (;;) {
-        // The library's own answer to this is of use to root only.
-        const Status before = statusOf(kDirectory + name);
+        // The library's own answer to this is of use to root only. As long as a descriptor keeps
+        // the file, no new one can get its number; this kind takes no lock along when it closes.
+        const Descriptor found(open((kDirectory + name).c_str(), O_PATH | O_CLOEXEC));
+        const Status before = statusOf(found.get());
         SCChecker checker;
         if (!checker.lock(name.c_str())) {
             if (errno == EAGAIN)

@@ -11,7 +11,7 @@ import time
 import unittest
 
 import namespaces
-from tool import NOBODY, TOOL, Terminal, ToolTest, environment
+from tool import NOBODY, TOOL, Terminal, ToolTest, await_running, environment
 
 DIRECTORY = "/var/run/vpnagent"
 FILE = DIRECTORY + "/x"
@@ -221,6 +221,20 @@ class Holding(LockTest):
         os.chmod(FILE, 0o200)
         os.chown(FILE, NOBODY, NOBODY)
         self.assert_ended(self.run_unprivileged("lock", "x", "--", "true"), 0, LEFT_BEHIND)
+
+    def test_another_file_that_gets_the_number_of_one_just_removed_was_not_left_behind(self):
+        # Inode numbers are used again at once by ext4, which the directory may lie on, not by tmpfs.
+        subprocess.run(["mount", "--bind", self.dir, DIRECTORY], check=True)
+        self.addCleanup(subprocess.run, ["umount", DIRECTORY], check=True)
+        os.mkfifo(FILE)  # the library opens it to see whether it is there, and waits for a writer
+        taking = subprocess.Popen([TOOL, "lock", "x", "--", "true"], stderr=subprocess.PIPE,
+                                  env=environment())
+        await_running(taking.pid)
+        time.sleep(0.2)
+        os.unlink(FILE)
+        taking.send_signal(signal.SIGINT)  # ends the waiting, and later the tool
+        self.assertEqual(taking.communicate()[1], b"pelorik: lock: interrupted\n")
+        self.assertEqual(taking.returncode, 130)
 
     def test_the_command_does_not_get_the_descriptor_of_the_lock(self):
         done = self.lock("ls", "-l", "/proc/self/fd")
