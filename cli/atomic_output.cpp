@@ -1,6 +1,7 @@
 #include "cli/atomic_output.h"
 
 #include "cli/failure.h"
+#include "cli/interrupt.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -37,9 +38,12 @@ mode_t modeOfNewFiles() {
 
 AtomicOutput::AtomicOutput(const std::string& path) : path_(path), target_(path) {
     struct stat link {};
-    if (::lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode))
+    exists_ = ::stat(path.c_str(), &status_) == 0;
+    // Links to pipes, as in /dev/fd, lead to no path; they are written to where they stand.
+    if (!isInPlace() && ::lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
         target_ = resolved(path);
-    exists_ = ::stat(target_.c_str(), &status_) == 0;
+        exists_ = ::stat(target_.c_str(), &status_) == 0;
+    }
     if (!exists_ && (errno != ENOENT || target_.empty() || target_.ends_with('/')))
         fail(errno);
     if (exists_ && S_ISDIR(status_.st_mode))
@@ -96,11 +100,19 @@ void AtomicOutput::write(std::string_view content) {
         fail(error != 0 ? error : closeError);
 }
 
+// At a named pipe it waits for the reader.
+void AtomicOutput::openInPlace() {
+    do {
+        stopIfInterrupted();
+        file_ = Descriptor(::open(target_.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
+    } while (!file_ && errno == EINTR);
+    if (!file_)
+        fail(errno);
+}
+
 void AtomicOutput::commit(std::string_view content, const Inspect& inspect) {
     if (isInPlace()) {
-        file_ = Descriptor(::open(target_.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
-        if (!file_)
-            fail(errno);
+        openInPlace();
         write(content);
         return;
     }

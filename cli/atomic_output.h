@@ -30,7 +30,8 @@ public:
     // True when `name`, whose status is given, leads to the file that will be replaced.
     bool replaces(const std::string& name, const struct stat& status) const;
 
-    // Makes `content` the target's content. Throws `Failure`, and then the target is as before.
+    // Makes `content` the target's content. Throws `Failure`, and `Interrupted` while it waits for
+    // a pipe's reader; then the target is as before.
     void commit(std::string_view content) { commit(content, nullptr); }
 
     // The same for a regular file. `inspect` gets the name of the temporary file once everything is
@@ -41,6 +42,7 @@ public:
 private:
     bool isInPlace() const;
     void createTemporary();
+    void openInPlace();
     void write(std::string_view content);
     void keepOwnership() const;
     [[noreturn]] void fail(int errorNumber) const;

@@ -273,6 +273,16 @@ class Interrupt(ToolTest):
         with open("old", "rb") as old:
             self.assertEqual(old.read(), b"old")
 
+    def test_list_waiting_for_the_reader_of_a_pipe(self):
+        self.write("f")
+        os.mkfifo("pipe")
+        child = self.start("list", "-o", "pipe", "f")
+        await_running(child.pid)
+        time.sleep(0.2)
+        child.send_signal(signal.SIGINT)
+        self.assertEqual(child.communicate(), (b"", b"pelorik: list: interrupted\n"))
+        self.assertEqual(child.returncode, 130)
+
     def test_an_interrupt_that_the_parent_ignores_is_ignored(self):
         child = self.start("hash", "-a", "md5", stdin=subprocess.PIPE, restore_signals=True,
                            preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_IGN))
