@@ -15,7 +15,9 @@
 #include <algorithm>
 #include <optional>
 #include <sstream>
+#include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace cli {
 
@@ -58,8 +60,10 @@ void declare(CommandLine& line, ListOptions& options, std::optional<std::string>
                "list the paths in the file LIST, too, one a line; - is standard input");
     line.flag("-0,--null", options.zeroSeparated, "the paths in LIST end with zero bytes");
     line.flag("--keep-going", options.keepGoing, "leave out files that cannot be read");
-    line.value("-o,--output", "OUT", options.out,
-               "write to OUT, which is replaced as a whole; it is never listed itself");
+    line.value(
+        "-o,--output", "OUT", options.out,
+        "write to OUT, which is replaced as a whole; it is never listed itself, nor is a file "
+        "that standard output goes to without this option");
 }
 
 ListOptions parseList(const Words& words) {
@@ -104,6 +108,13 @@ std::string unsafeBecause(const std::string& name, std::size_t digestLength) {
     return "";
 }
 
+// Where standard output is a file, that file would be listed as it is now: still without the list.
+bool isStandardOutput(const struct stat& status) {
+    struct stat output {};
+    return ::fstat(STDOUT_FILENO, &output) == 0 && S_ISREG(output.st_mode) &&
+           status.st_dev == output.st_dev && status.st_ino == output.st_ino;
+}
+
 // Makes one list. The steps are taken in order; each throws `Failure` when it ends the command.
 class Listing {
 public:
@@ -146,7 +157,7 @@ void Listing::find() {
     if (options_.filesFrom)
         addPathsFrom(options_, paths);
     const auto isOutput = [this](const std::string& name, const struct stat& status) {
-        return output_ && output_->replaces(name, status);
+        return output_ ? output_->replaces(name, status) : isStandardOutput(status);
     };
     Walk walk({options_.recursive, options_.excludes, isOutput}, console_);
     for (const std::string& path : paths)

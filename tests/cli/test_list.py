@@ -10,7 +10,7 @@ import subprocess
 import sys
 import unittest
 
-from tool import (EMPTY_GOST2012, GOST94, GOST2012, MD5, ToolTest, gost94, gost2012, md5)
+from tool import (EMPTY_GOST2012, GOST94, GOST2012, MD5, TOOL, ToolTest, gost94, gost2012, md5)
 
 
 def names_in(outcome):
@@ -425,6 +425,20 @@ class Output(ToolTest):
         self.assertTrue(stat.S_ISCHR(os.stat("/dev/null").st_mode))
         self.assert_refused(self.run_tool("list", "-o", "/dev/full", "f"),
                             "/dev/full: No space left on device")
+
+    def test_a_link_to_a_pipe_is_written_in_place(self):
+        self.write("f")
+        for out in ("/dev/stdout", "/dev/fd/1"):
+            self.assertEqual(names_in(self.run_tool("list", "-o", out, "f")), ["f"])
+
+    def test_a_file_that_standard_output_goes_to_is_not_listed(self):
+        self.write("tree/f")
+        os.symlink("out", "tree/link-to-out")
+        with open("tree/out", "wb") as out:
+            subprocess.run([TOOL, "list", "-r", "tree"], stdout=out, check=True)
+        self.assertEqual([line.split("=")[0] for line in self.content("tree/out").splitlines()],
+                         ["tree/f"])
+        self.assertEqual(self.run_tool("check", "tree/out").status, 0)
 
     def test_a_write_error_leaves_the_old_output_and_no_temporary_file(self):
         self.write("f")
