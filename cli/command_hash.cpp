@@ -35,7 +35,9 @@ HashOptions parseHash(const Words& words) {
     CommandLine line(
         "hash [-a ALG]... [--upper] [--bare] [FILE|-]...",
         "Prints the digests of files, one line each: the name, '=' and the digest as a "
-        "hash list holds it. Without FILE, or where FILE is -, reads standard input.");
+        "hash list holds it. Without FILE, or where FILE is -, reads standard input. Names "
+        "go to a pipe or a file byte for byte, line breaks included; pelorik list refuses "
+        "those that would not read back.");
     HashOptions options;
     std::vector<std::string> names;
     line.values("-a,--algorithm", "ALG", names,

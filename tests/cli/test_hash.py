@@ -144,6 +144,10 @@ class Hash(ToolTest):
         done = self.run_tool("hash", "-a", "md5", os.fsdecode(name))
         self.assertEqual(done.out, name + b"=" + (MD5 + md5(b"abc")).encode() + b"\n")
 
+    def test_help_tells_that_names_are_raw_in_a_pipe(self):
+        text = " ".join(self.run_tool("hash", "--help").text.split())
+        self.assertIn("Names go to a pipe or a file byte for byte, line breaks included", text)
+
     def test_a_name_in_brackets_is_a_file_name(self):
         for name in ("[x]", "[a,b]", "[]"):
             self.write(name, b"abc")
