@@ -38,7 +38,7 @@ void putName(JsonObject& object, const std::string& key, const std::string& name
 }
 
 std::string jsonLine(const JsonObject& object) {
-    return object.dump(-1, ' ', false, JsonObject::error_handler_t::replace);
+    return printableJson(object.dump(-1, ' ', false, JsonObject::error_handler_t::replace));
 }
 
 } // namespace cli

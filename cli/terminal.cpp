@@ -1,6 +1,7 @@
 #include "cli/terminal.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -73,6 +74,24 @@ void appendEscaped(std::string& out, unsigned char byte) {
     }
 }
 
+// `text` with what `escape` writes, from the bytes and the code point, in place of everything that
+// a terminal would obey or could not show.
+template<class Escape>
+std::string replaced(std::string_view text, Escape escape) {
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        const CodePoint next = decode(text);
+        const std::string_view bytes = text.substr(0, next.length == 0 ? 1 : next.length);
+        if (next.length == 0 || isObeyed(next.value))
+            escape(out, bytes, next.value);
+        else
+            out += bytes;
+        text.remove_prefix(bytes.size());
+    }
+    return out;
+}
+
 const char* codeOf(Colour colour) {
     switch (colour) {
     case Colour::kRed:
@@ -111,20 +130,18 @@ std::size_t utf8Length(std::string_view text) {
 }
 
 std::string printable(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    while (!text.empty()) {
-        const CodePoint next = decode(text);
-        const std::size_t taken = next.length == 0 ? 1 : next.length;
-        if (next.length == 0 || isObeyed(next.value)) {
-            for (std::size_t i = 0; i < taken; ++i)
-                appendEscaped(out, byteAt(text, i));
-        } else {
-            out += text.substr(0, taken);
-        }
-        text.remove_prefix(taken);
-    }
-    return out;
+    return replaced(text, [](std::string& out, std::string_view bytes, std::uint32_t) {
+        for (std::size_t i = 0; i < bytes.size(); ++i)
+            appendEscaped(out, byteAt(bytes, i));
+    });
+}
+
+std::string printableJson(std::string_view json) {
+    return replaced(json, [](std::string& out, std::string_view, std::uint32_t value) {
+        char text[16];
+        std::snprintf(text, sizeof text, "\\u%04x", static_cast<unsigned>(value));
+        out += text;
+    });
 }
 
 std::string painted(std::string text, Colour colour) {

@@ -21,6 +21,10 @@ std::size_t terminalWidth(int descriptor);
 // A line feed becomes \n, a tab \t, every other byte \xHH.
 std::string printable(std::string_view text);
 
+// The same for `json`, JSON on one line: in place of the characters stand \uXXXX, so that it means
+// what it did.
+std::string printableJson(std::string_view json);
+
 // `text` in a colour, for terminals only. Plain when NO_COLOR is set to anything but the empty
 // text, or TERM is "dumb".
 std::string painted(std::string text, Colour colour);

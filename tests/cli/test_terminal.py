@@ -52,6 +52,13 @@ class Names(ToolTest):
         self.assertNotIn(b"\x1b", seen)
         self.assertNotIn(b"\x7f", seen)
 
+    def test_json_stays_json(self):
+        name = "\x1b\x7f\u009b\u202e\u044f"
+        self.write("list", record(name, b""))
+        _, seen, _ = Terminal("check", "--json", "list", NO_COLOR="1", err=False).finish()
+        self.assertEqual(json.loads(seen.splitlines()[0])["name"], name)
+        self.assertNotRegex(seen.decode(), "[\x1b\x7f\u009b\u202e]")
+
     def test_complaints(self):
         for words in (["hash", self.nasty + "!"], ["check", self.nasty + "!"],
                       ["--" + self.nasty], ["hash", "--" + self.nasty], ["list", "-r", self.nasty + "!"]):
