@@ -1,12 +1,15 @@
 #include "cli/verdict.h"
 
+#include "cli/descriptor.h"
 #include "cli/failure.h"
 #include "cli/file_source.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <memory>
 #include <sstream>
 #include <system_error>
+#include <unistd.h>
 
 namespace cli {
 
@@ -14,6 +17,8 @@ namespace {
 
 using HashFileChecker::FileHashPair;
 using HashFileChecker::FileIOException;
+
+constexpr char kSizeIsWrong[] = "Its size is not what it gives";
 
 bool isKnown(const std::string& digest) {
     return std::unique_ptr<IHashFactory>(createHashFactory(digest)) != nullptr;
@@ -35,10 +40,21 @@ std::string unfitBecause(const std::string& name, std::uint64_t& size) {
     try {
         FileSource source = FileSource::openWithoutWaiting(name);
         unsigned char byte = 0;
-        return source.read(&byte, 1) > 0 ? "Its size is not what it gives" : "";
+        return source.read(&byte, 1) > 0 ? kSizeIsWrong : "";
     } catch (const std::system_error&) {
         return ""; // the library says why
     }
+}
+
+// True for a file that ends before its size, as in /sys. The library takes zeros for the rest, so
+// that the digest it finds is not that of the file.
+bool givesFewerBytes(const std::string& name) {
+    const Descriptor file(::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status {};
+    if (!file || ::fstat(file.get(), &status) != 0 || status.st_size == 0)
+        return false;
+    char last = 0;
+    return ::pread(file.get(), &last, 1, status.st_size - 1) == 0;
 }
 
 Verdict unreadable(const std::string& name, const std::string& why) {
@@ -87,6 +103,8 @@ Verdict verify(const FileHashPair& record, bool stop) {
     if (!line.empty())
         line.pop_back();
     const Status status = statusOf(counted);
+    if (status == Status::kChanged && givesFewerBytes(record.name))
+        return unreadable(record.name, kSizeIsWrong);
     return {status, line, errorOf(status), size};
 }
 
