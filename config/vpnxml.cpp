@@ -1,5 +1,6 @@
 #include "config/vpnxml.h"
 
+#include "config/digit_value.h"
 #include "config/xml_walk.h"
 
 #include <algorithm>
@@ -73,16 +74,6 @@ private:
 };
 
 thread_local Erasure* Erasure::running = nullptr;
-
-int digitValue(char digit) {
-    if (digit >= '0' && digit <= '9')
-        return digit - '0';
-    if (digit >= 'A' && digit <= 'F')
-        return digit - 'A' + 10;
-    if (digit >= 'a' && digit <= 'f')
-        return digit - 'a' + 10;
-    return -1;
-}
 
 } // namespace
 
@@ -174,8 +165,8 @@ void fromHexString(std::string& out, const std::string& in) {
     }
     out.resize(in.size() / 2);
     for (std::size_t i = 0; i < out.size(); ++i) {
-        const int high = digitValue(in[2 * i]);
-        const int low = digitValue(in[2 * i + 1]);
+        const int high = digitValue(in[2 * i], 16);
+        const int low = digitValue(in[2 * i + 1], 16);
         if (high < 0 || low < 0)
             return;
         out[i] = static_cast<char>(high * 16 + low);

@@ -1,5 +1,6 @@
 #include "config/xml_lexer.h"
 
+#include "config/digit_value.h"
 #include "config/vpnxml.h"
 
 #include <array>
@@ -45,17 +46,6 @@ constexpr std::array<bool, 256> kDelimiters = makeDelimiters();
 
 bool isDelimiter(int byte) {
     return kDelimiters[static_cast<unsigned char>(byte)];
-}
-
-// The value of a digit, or -1 for what is none in that base.
-int digitValue(int digit, int base) {
-    if (digit >= '0' && digit <= '9')
-        return digit - '0';
-    if (base == 16 && digit >= 'A' && digit <= 'F')
-        return digit - 'A' + 10;
-    if (base == 16 && digit >= 'a' && digit <= 'f')
-        return digit - 'a' + 10;
-    return -1;
 }
 
 } // namespace

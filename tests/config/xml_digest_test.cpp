@@ -20,16 +20,11 @@ using std::string;
 using xml_support::addChild;
 using xml_support::readInto;
 using xml_support::written;
+using xml_support::writtenWithDigest;
 using Attributes = std::list<XMLDeclaration::Attribute>;
 
 const char kMissing[] = "empty hash attribute";
 const char kInvalid[] = "invalid hash";
-
-string writtenWithDigest(XMLDocument& document) {
-    std::ostringstream out;
-    document.Write(out);
-    return out.str();
-}
 
 // The digest that `document` is written with.
 string digestOf(XMLDocument& document) {

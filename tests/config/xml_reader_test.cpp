@@ -9,8 +9,10 @@
 #include "tests/support/failing_buffers.h"
 #include "tests/support/scratch.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
-#include <iostream>
+#include <list>
+#include <locale>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -81,22 +83,19 @@ INSTANTIATE_TEST_SUITE_P(
                     Accepted{"<a>&amp;&apos;&gt;&lt;&quot;</a>", "<a>&amp;'&gt;&lt;\"</a>\n"},
                     Accepted{"<a>&#xFf;&#0255;</a>", "<a>\xFF\xFF</a>\n"},
                     Accepted{"<a>&#x00000000041;&#x00000000000065;</a>", "<a>Ae</a>\n"},
-                    Accepted{"<a>&#X065;&#X41;</a>", "<a>A)</a>\n"},
-                    Accepted{"<a>&# 65;&#\xFF"
-                             "65;&#;65;</a>",
-                             "<a>AAA</a>\n"},
                     Accepted{"<a>x>y]]>\"'/=;#</a>", "<a>x&gt;y]]&gt;\"'/=;#</a>\n"},
                     Accepted{"<a>\xFF\x80\xEF</a>", "<a>\xFF\x80\xEF</a>\n"}));
 
-INSTANTIATE_TEST_SUITE_P(
-    Comments, XMLReadAccepts,
-    testing::Values(
-        Accepted{"<!-- c --><a/>", "<a></a>\n"}, Accepted{"<!----><a/>", "<a></a>\n"},
-        Accepted{"<!--1--> <!--2--><a><!--3--><b/><!--4--></a>", "<a>\n<b></b>\n</a>\n"},
-        Accepted{"<a><!-- c --></a>", "<a></a>\n"}, Accepted{"<a>x<!-- c --></a>", "<a>x</a>\n"},
-        Accepted{"<!-- <a> & - -- --x --><a/>", "<a></a>\n"}, Accepted{"<!-->--><a/>", "<a></a>\n"},
-        Accepted{"<!-- -\xFF- --><a/>", "<a></a>\n"},
-        Accepted{"<!-- a ---> still inside --><a/>", "<a></a>\n"}));
+INSTANTIATE_TEST_SUITE_P(Comments, XMLReadAccepts,
+                         testing::Values(Accepted{"<!-- c --><a/>", "<a></a>\n"},
+                                         Accepted{"<!----><a/>", "<a></a>\n"},
+                                         Accepted{"<!--1--> <!--2--><a><!--3--><b/><!--4--></a>",
+                                                  "<a>\n<b></b>\n</a>\n"},
+                                         Accepted{"<a><!-- c --></a>", "<a></a>\n"},
+                                         Accepted{"<a>x<!-- c --></a>", "<a>x</a>\n"},
+                                         Accepted{"<!-- <a> & - -- --x --><a/>", "<a></a>\n"},
+                                         Accepted{"<!-->--><a/>", "<a></a>\n"},
+                                         Accepted{"<!-- -\xFF- --><a/>", "<a></a>\n"}));
 
 INSTANTIATE_TEST_SUITE_P(
     Beginnings, XMLReadAccepts,
@@ -109,7 +108,18 @@ INSTANTIATE_TEST_SUITE_P(
         Accepted{"\xEF\xBB\xBF<?xml ?><a/>", "<a></a>\n"},
         Accepted{"\xEF\xBB\xBF<!-- c --><a/>", "<a></a>\n"}));
 
-// By the letter of the steps.
+INSTANTIATE_TEST_SUITE_P(Deliberate_DecimalReferencesDropOneByte, XMLReadAccepts,
+                         testing::Values(Accepted{"<a>&#065;</a>", "<a>A</a>\n"},
+                                         Accepted{"<a>&#X065;&#X41;</a>", "<a>A)</a>\n"},
+                                         Accepted{"<a>&# 65;&#\xFF"
+                                                  "65;&#;65;</a>",
+                                                  "<a>AAA</a>\n"}));
+
+INSTANTIATE_TEST_SUITE_P(Deliberate_ThreeDashesEndNoComment, XMLReadAccepts,
+                         testing::Values(Accepted{"<!-- a ---> still inside --><a/>", "<a></a>\n"},
+                                         Accepted{"<!-- ---> ---> --><a/>", "<a></a>\n"}));
+
+// What a stricter reader would refuse.
 INSTANTIATE_TEST_SUITE_P(
     Deliberate_Oddities, XMLReadAccepts,
     testing::Values(Accepted{"<a b=/>", "<a b=\"\"></a>\n"},
@@ -316,6 +326,17 @@ TEST(XMLRead, AnErrorLeavesWhatWasComplete) {
     XMLDocument document("name");
     EXPECT_EQ(readInto(document, "<half"), kEnd);
     EXPECT_EQ(document.GetName(), "name");
+}
+
+TEST(XMLRead, TakesForWhiteSpaceWhatTheStreamsLocaleDoes) {
+    std::ctype_base::mask table[std::ctype<char>::table_size];
+    std::copy_n(std::ctype<char>::classic_table(), std::ctype<char>::table_size, table);
+    table['_'] |= std::ctype_base::space;
+    std::istringstream in("__<a_>__x_</a__>_");
+    in.imbue(std::locale(std::locale::classic(), new std::ctype<char>(table)));
+    XMLDocument document;
+    EXPECT_EQ(xml_support::messageOf([&] { document.Read(in); }), "a_ [End tag mismatch]");
+    EXPECT_EQ(document.GetBody(), "x_");
 }
 
 TEST(XMLReadDecl, ReadsEveryKindOfTagAndNothingBehindIt) {

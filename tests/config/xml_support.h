@@ -17,6 +17,13 @@ inline std::string written(XMLDeclaration& element) {
     return text;
 }
 
+// What a document writes of itself.
+inline std::string writtenWithDigest(XMLDocument& document) {
+    std::ostringstream out;
+    document.Write(out);
+    return out.str();
+}
+
 // What `action` threw, or "" when it threw nothing.
 template<class Action>
 std::string messageOf(Action action) {

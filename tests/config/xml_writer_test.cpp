@@ -56,6 +56,7 @@ namespace {
 using support::contentOf;
 using xml_support::addChild;
 using xml_support::written;
+using xml_support::writtenWithDigest;
 
 TEST(XMLWrite, WritesAnEmptyElementAsTwoTags) {
     XMLDeclaration element("a");
@@ -156,7 +157,7 @@ TEST(XMLWrite, WritesVeryLongStringsAndIndents) {
     }
 }
 
-TEST(XMLWriteToString, FormatsFirstUnlessTheLevelIsNull) {
+TEST(XMLWriteToString, Deliberate_KeepsTheIndentLevelsThatItFormattedFirst) {
     XMLDeclaration root("r");
     XMLDeclaration& child = addChild(root, "a");
     addChild(child, "b");
@@ -198,12 +199,6 @@ std::unique_ptr<XMLDocument> sample() {
     addChild(*document, "a", "text");
     addChild(addChild(*document, "b"), "c");
     return document;
-}
-
-string writtenWithDigest(XMLDocument& document) {
-    std::ostringstream out;
-    document.Write(out);
-    return out.str();
 }
 
 TEST(XMLWrite, AStreamThatFailsAnywhereHoldsWhatItTookUntilThen) {
