@@ -159,16 +159,15 @@ void toHexString(std::string& out, const char* data, unsigned long length) {
 void fromHexString(std::string& out, const std::string& in) {
     if (in.size() % 2 != 0)
         return;
-    if (&out == &in) {
-        fromHexString(out, std::string(in)); // resizing `out` would take digits away
-        return;
-    }
-    out.resize(in.size() / 2);
-    for (std::size_t i = 0; i < out.size(); ++i) {
+    const std::size_t count = in.size() / 2;
+    if (&out != &in)
+        out.resize(count);
+    for (std::size_t i = 0; i < count; ++i) {
         const int high = digitValue(in[2 * i], 16);
         const int low = digitValue(in[2 * i + 1], 16);
         if (high < 0 || low < 0)
-            return;
+            break;
         out[i] = static_cast<char>(high * 16 + low);
     }
+    out.resize(count); // where it is `in` itself, whose digits were needed until now
 }

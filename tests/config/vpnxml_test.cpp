@@ -444,6 +444,9 @@ TEST(FromHexString, GivesBackWhatToHexStringWrote) {
     EXPECT_EQ(decoded(digits, ""), bytes);
     fromHexString(digits, digits);
     EXPECT_EQ(digits, bytes);
+    digits = "41zz4243";
+    fromHexString(digits, digits);
+    EXPECT_EQ(digits, "A1zz") << "as with another text that held the same";
 }
 
 } // namespace
