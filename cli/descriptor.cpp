@@ -3,10 +3,25 @@
 #include "cli/interrupt.h"
 
 #include <cerrno>
+#include <poll.h>
 #include <system_error>
 #include <unistd.h>
 
 namespace cli {
+
+namespace {
+
+// Returns when reading or writing failed with `error` and may go on: at once after a signal, and
+// when `descriptor` is ready where whoever shares it has made it one that does not wait.
+bool mayGoOn(int error, int descriptor, short event) {
+    if (error == EAGAIN) {
+        pollfd ready{descriptor, event, 0};
+        ::poll(&ready, 1, -1);
+    }
+    return error == EAGAIN || error == EINTR;
+}
+
+} // namespace
 
 Descriptor::~Descriptor() {
     close();
@@ -26,7 +41,7 @@ std::size_t readFull(int descriptor, unsigned char* data, std::size_t size) {
             break;
         if (count > 0)
             filled += static_cast<std::size_t>(count);
-        else if (errno != EINTR)
+        else if (!mayGoOn(errno, descriptor, POLLIN))
             throw std::system_error(errno, std::generic_category());
     }
     return filled;
@@ -37,8 +52,8 @@ int writeAll(int descriptor, std::string_view data) {
         const ssize_t count = ::write(descriptor, data.data(), data.size());
         if (count >= 0)
             data.remove_prefix(static_cast<std::size_t>(count));
-        else if (errno != EINTR)
-            return errno;
+        else if (const int error = errno; !mayGoOn(error, descriptor, POLLOUT))
+            return error;
     }
     return 0;
 }

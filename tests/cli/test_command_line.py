@@ -5,6 +5,7 @@ import re
 import signal
 import subprocess
 import sys
+import time
 import unittest
 
 from tool import EMPTY_GOST2012, GOST2012, MD5, TOOL, ToolTest, environment, md5
@@ -123,6 +124,17 @@ class StandardOutput(ToolTest):
         done = subprocess.run([TOOL, "check", "--quiet", "good"], env=environment(),
                               preexec_fn=lambda: os.close(1))
         self.assertEqual(done.returncode, 0)
+
+    def test_a_pipe_that_others_made_one_that_does_not_wait_gets_everything(self):
+        self.write("list", b"missing=x\n" * 10000)
+        reader, writer = os.pipe()
+        os.set_blocking(writer, False)
+        child = subprocess.Popen([TOOL, "check", "--quiet", "list"], stdout=writer, env=environment())
+        os.close(writer)
+        time.sleep(0.2)  # the pipe is full
+        with open(reader, "rb") as file:
+            self.assertEqual(file.read(), b"Can't create hash calculator for missing [x].\n" * 10000)
+        self.assertEqual(child.wait(), 1)
 
     def broken_pipe(self, restore):
         reader, writer = os.pipe()

@@ -4,6 +4,7 @@ import os
 import subprocess
 import sys
 import threading
+import time
 import unittest
 
 from tool import (EMPTY_GOST2012, GOST94, GOST2012, MD5, TOOL, ToolTest, environment, gost94, gost2012,
@@ -82,6 +83,18 @@ class Hash(ToolTest):
         out, _ = child.communicate()
         self.assertEqual(out.decode(), "-=%s%s\n-=%s%s\n-=%s%s\n" % (
             GOST94, gost94(data), GOST2012, gost2012(data), MD5, md5(data)))
+
+    def test_a_pipe_that_others_made_one_that_does_not_wait_is_read_to_its_end(self):
+        reader, writer = os.pipe()
+        os.set_blocking(reader, False)
+        child = subprocess.Popen([TOOL, "hash", "-a", "md5"], stdin=reader, stdout=subprocess.PIPE,
+                                 env=environment())
+        os.close(reader)
+        time.sleep(0.2)  # it finds nothing to read
+        os.write(writer, b"abc")
+        os.close(writer)
+        out, _ = child.communicate()
+        self.assertEqual((child.returncode, out.decode()), (0, "-=%s%s\n" % (MD5, md5(b"abc"))))
 
     def test_a_named_pipe_is_read_as_a_stream(self):
         os.mkfifo("pipe")
