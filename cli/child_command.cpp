@@ -33,10 +33,8 @@ public:
         std::signal(SIGCHLD, SIG_DFL); // where it is ignored, a child's status is lost
         sigemptyset(&set_);
         sigaddset(&set_, SIGCHLD);
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
-            if (!isIgnored(signal))
-                sigaddset(&set_, signal);
-        }
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+            sigaddset(&set_, signal);
         sigprocmask(SIG_BLOCK, &set_, &before_);
     }
     SignalsHeldBack(const SignalsHeldBack&) = delete;

@@ -327,6 +327,16 @@ class Signals(LockTest):
             self.assertEqual(self.let_go(holder), 0)
             self.assertEqual(holder.stdout.read(), b"done\n")
 
+    def test_a_command_that_wants_what_the_parent_ignores_gets_it(self):
+        script = ("import signal\n"
+                  "signal.signal(signal.SIGHUP, lambda *_: exit(7))\n"
+                  "print('running', flush=True)\n"
+                  "while True: signal.pause()\n")
+        holder = self.start("exec '%s' -c \"%s\"" % (sys.executable, script),
+                            preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
+        holder.send_signal(signal.SIGHUP)
+        self.assertEqual(holder.wait(), 7)
+
     def test_the_status_is_known_where_the_parent_ignores_children(self):
         done = self.lock(*shell("exit 9"),
                          preexec_fn=lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))

@@ -3,6 +3,7 @@
 #include <fstream>
 #include <sched.h>
 #include <string>
+#include <sys/mount.h>
 #include <unistd.h>
 
 namespace {
@@ -25,4 +26,11 @@ bool becomeRootOfUserNamespace() {
 
 bool support::enterNewNamespaces(int flags) {
     return (geteuid() == 0 || becomeRootOfUserNamespace()) && unshare(flags) == 0;
+}
+
+bool support::haveOwnRunDirectory() {
+    static const bool have = enterNewNamespaces(CLONE_NEWNS) &&
+                             mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                             mount("none", "/var/run", "tmpfs", 0, "mode=0755") == 0;
+    return have;
 }

@@ -10,7 +10,10 @@ namespace support {
 // namespace first, where the kernel allows it. Returns false, with errno, when it cannot be had.
 bool enterNewNamespaces(int flags);
 
-// Why a test is skipped when `enterNewNamespaces` has failed.
+// Gives this process, at the first call, a /var/run of its own. Returns whether it has one.
+bool haveOwnRunDirectory();
+
+// Why a test is skipped when one of these has failed.
 inline constexpr char kNoNamespaces[] = "needs root, or a kernel that gives users namespaces";
 
 } // namespace support

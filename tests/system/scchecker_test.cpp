@@ -11,9 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <string>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -27,23 +25,16 @@ constexpr char kDirectory[] = "/var/run/vpnagent";
 constexpr char kFile[] = "/var/run/vpnagent/x";
 constexpr uid_t kNobody = 65534;
 
-bool haveOwnRunDirectory() {
-    static const bool have = support::enterNewNamespaces(CLONE_NEWNS) &&
-                             mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                             mount("none", "/var/run", "tmpfs", 0, "mode=0755") == 0;
-    return have;
-}
-
 class ScChecker : public testing::Test {
 protected:
     void SetUp() override {
-        if (!haveOwnRunDirectory())
+        if (!support::haveOwnRunDirectory())
             GTEST_SKIP() << support::kNoNamespaces;
         fs::create_directory(kDirectory);
     }
 
     void TearDown() override {
-        if (haveOwnRunDirectory())
+        if (support::haveOwnRunDirectory())
             fs::remove_all(kDirectory);
         checker.unlock();
     }
