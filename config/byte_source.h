@@ -43,14 +43,12 @@ public:
 
     // The next byte, 0 to 255, which is taken; or kNone, when the stream ends or fails.
     int take() {
-        if (!in_.good()) {
-            in_.setstate(std::ios::failbit);
-            return kNone;
-        }
-        const int byte = guarded([this] { return buffer_->sbumpc(); });
-        if (byte == kNone)
-            in_.setstate(in_.good() ? std::ios::eofbit | std::ios::failbit : std::ios::failbit);
-        return byte;
+        return required([this] { return buffer_->sbumpc(); });
+    }
+
+    // The next byte, which stays; or kNone, with the stream as `take` leaves it then.
+    int lookToTake() {
+        return required([this] { return buffer_->sgetc(); });
     }
 
     // The next byte, which stays; or kNone.
@@ -111,6 +109,19 @@ private:
 
     bool isWhite(int byte) const {
         return characters_.is(std::ctype_base::space, static_cast<char>(byte));
+    }
+
+    // What `read` gives. Without a byte the stream has failed, also when it has only ended.
+    template<class Read>
+    int required(Read read) {
+        if (!in_.good()) {
+            in_.setstate(std::ios::failbit);
+            return kNone;
+        }
+        const int byte = guarded(read);
+        if (byte == kNone)
+            in_.setstate(in_.good() ? std::ios::eofbit | std::ios::failbit : std::ios::failbit);
+        return byte;
     }
 
     // What `read` gives; when it throws, kNone and a bad stream. A stream that was told to throw

@@ -66,8 +66,10 @@ void XMLLexer::expect(char wanted, const char* error) {
 }
 
 int XMLLexer::next() {
-    const int byte = source_.look();
-    return byte == ByteSource::kNone ? take() : byte;
+    const int byte = source_.lookToTake();
+    if (byte == ByteSource::kNone)
+        failWithoutByte(nullptr);
+    return byte;
 }
 
 std::string XMLLexer::word() {

@@ -47,6 +47,46 @@ private:
     bool throws_;
 };
 
+// Gives a text in pieces of a few bytes, or, when they are to hold none, without a get area; throws
+// or ends behind it. A piece begins where the last one ended, so that nothing can be put back
+// there.
+class InPieces : public std::streambuf {
+public:
+    InPieces(string text, std::size_t piece, bool throws)
+        : text_(std::move(text)), piece_(piece), throws_(throws) {}
+
+    std::size_t taken() const { return next_ - static_cast<std::size_t>(egptr() - gptr()); }
+
+protected:
+    int_type underflow() override {
+        if (next_ == text_.size())
+            return atEnd();
+        char* const first = &text_[next_];
+        const std::size_t length = std::min(piece_, text_.size() - next_);
+        setg(first, first, first + length);
+        next_ += length;
+        return traits_type::to_int_type(*first);
+    }
+
+    int_type uflow() override {
+        if (piece_ > 0)
+            return std::streambuf::uflow();
+        return next_ == text_.size() ? atEnd() : traits_type::to_int_type(text_[next_++]);
+    }
+
+private:
+    int_type atEnd() const {
+        if (throws_)
+            throw DeviceFailure();
+        return traits_type::eof();
+    }
+
+    string text_;
+    std::size_t piece_;
+    bool throws_;
+    std::size_t next_ = 0;
+};
+
 // What came of reading a text.
 struct Outcome {
     string message; // of the error, or empty
@@ -64,16 +104,23 @@ std::ostream& operator<<(std::ostream& out, const Outcome& outcome) {
 }
 
 template<class Buffer>
-Outcome readWithLibrary(Buffer& buffer, XMLDocument& document) {
+Outcome readWithLibrary(Buffer& buffer, XMLDocument& document,
+                        std::ios::iostate mask = std::ios::goodbit) {
     std::istream in(&buffer);
+    in.exceptions(mask);
     const string message = xml_support::messageOf([&] { document.Read(in); });
     return {message, in.rdstate(), buffer.taken()};
 }
 
-Outcome readWithModel(const string& text, bool throws, Node& root) {
+Outcome readWithModel(const string& text, bool throws, Node& root,
+                      std::ios::iostate mask = std::ios::goodbit) {
     WholeText buffer(text, throws);
     std::istream in(&buffer);
-    const string message = xml_model::read(in, root);
+    in.exceptions(mask);
+    string message;
+    const string thrown = xml_support::messageOf([&] { message = xml_model::read(in, root); });
+    if (!thrown.empty()) // by the stream, which was told to
+        return {thrown, in.rdstate(), buffer.taken()};
     const auto isHash = [](const auto& attribute) { return attribute.first == "Hash"; };
     const auto hash = std::find_if(root.attributes.begin(), root.attributes.end(), isHash);
     if (message.empty() && hash != root.attributes.end())
@@ -216,6 +263,23 @@ TEST(XMLStreams, ARandomStreamThatFailsAnywhereIsRefusedWhereItFailed) {
     }
 }
 
+TEST(XMLStreams, WhereTheBufferIsRefilledChangesNothing) {
+    const string sample = kSample;
+    for (const bool throws : {false, true}) {
+        for (std::size_t length = 0; length <= sample.size(); ++length) {
+            const string text = sample.substr(0, length);
+            Node expected;
+            const Outcome outcome = readWithModel(text, throws, expected);
+            for (std::size_t piece = 0; piece < 12; ++piece) {
+                XMLDocument document;
+                InPieces buffer(text, piece, throws);
+                EXPECT_EQ(readWithLibrary(buffer, document), outcome) << text << "\n" << piece;
+                EXPECT_TRUE(xml_model::same(document, expected)) << text << "\n" << piece;
+            }
+        }
+    }
+}
+
 string errorOfFailing(const string& text) {
     support::FailsAtItsEnd device(text);
     std::istream in(&device);
@@ -299,6 +363,26 @@ TEST(XMLStreams, AStreamThatIsToldToThrowThrows) {
               std::ios::eofbit);
     EXPECT_EQ(stateAfter<XMLParserError>(support::ByteAtATime("<a/>x"), std::ios::eofbit),
               std::ios::goodbit);
+}
+
+TEST(XMLStreams, AStreamThatIsToldToThrowIsLeftAsTheStandardOperationsLeaveIt) {
+    const std::ios::iostate bits[] = {std::ios::badbit, std::ios::failbit, std::ios::eofbit};
+    const string sample = kSample;
+    for (unsigned set = 0; set < 8; ++set) {
+        std::ios::iostate mask = std::ios::goodbit;
+        for (unsigned i = 0; i < 3; ++i)
+            mask |= (set >> i & 1) != 0 ? bits[i] : std::ios::goodbit;
+        for (const bool throws : {false, true}) {
+            for (std::size_t length = 0; length <= sample.size(); ++length) {
+                const string text = sample.substr(0, length);
+                Node expected;
+                XMLDocument document;
+                WholeText buffer(text, throws);
+                const Outcome outcome = readWithModel(text, throws, expected, mask);
+                EXPECT_EQ(readWithLibrary(buffer, document, mask), outcome) << text << "\n" << mask;
+            }
+        }
+    }
 }
 
 TEST(XMLStreams, FlushesTheStreamThatTheInputIsTiedTo) {
