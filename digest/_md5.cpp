@@ -91,12 +91,8 @@ HashMD5::HashMD5(const void* data, std::size_t length) {
 }
 
 HashMD5::HashMD5(HashMD5_Calc& calc, bool finalizeInPlace) {
-    if (finalizeInPlace) {
-        calc.FinalizeHash(*this);
-    } else {
-        HashMD5_Calc copy = calc;
-        copy.FinalizeHash(*this);
-    }
+    HashMD5_Calc copy = calc;
+    (finalizeInPlace ? calc : copy).FinalizeHash(*this);
 }
 
 char* HashMD5::ToCSTR(char* out, bool upperCase) const {

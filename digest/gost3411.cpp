@@ -75,12 +75,8 @@ HashGOST3411::HashGOST3411(const void* data, unsigned long size) {
 }
 
 HashGOST3411::HashGOST3411(HashGOST3411_Calc& calc, bool consume) {
-    if (consume) {
-        calc.FinalizeHash(*this);
-    } else {
-        HashGOST3411_Calc copy = calc;
-        copy.FinalizeHash(*this);
-    }
+    HashGOST3411_Calc copy = calc;
+    (consume ? calc : copy).FinalizeHash(*this);
 }
 
 char* HashGOST3411::ToCSTR(char* out, bool upperCase) const {

@@ -50,12 +50,8 @@ Hash_GOST_34_11_2012::Hash_GOST_34_11_2012(const void* data, unsigned long size)
 }
 
 Hash_GOST_34_11_2012::Hash_GOST_34_11_2012(Hash_Calc_GOST_34_11_2012& calc, bool consume) {
-    if (consume) {
-        calc.FinalizeHash(*this);
-    } else {
-        Hash_Calc_GOST_34_11_2012 copy = calc;
-        copy.FinalizeHash(*this);
-    }
+    Hash_Calc_GOST_34_11_2012 copy = calc;
+    (consume ? calc : copy).FinalizeHash(*this);
 }
 
 char* Hash_GOST_34_11_2012::ToCSTR(char* out, bool upperCase) const {
