@@ -62,10 +62,15 @@ struct Item {
 using Message = Item<nlmsghdr>;
 using Attribute = Item<rtattr>;
 
+// Items start at multiples of four. The macros for that lose a length near 2^32.
+std::size_t align(std::size_t length) {
+    static_assert(NLMSG_ALIGNTO == 4 && RTA_ALIGNTO == 4);
+    return (length + 3) / 4 * 4;
+}
+
 // Cuts the first item off `rest`. False when no whole one is there.
 template<class Header>
 bool takeItem(Bytes& rest, Item<Header>& item) {
-    static_assert(NLMSG_ALIGNTO == RTA_ALIGNTO);
     if (rest.size() < sizeof(Header))
         return false;
     item.header = load<Header>(rest);
@@ -73,7 +78,7 @@ bool takeItem(Bytes& rest, Item<Header>& item) {
     if (length < sizeof(Header) || length > rest.size())
         return false;
     item.payload = rest.subspan(sizeof(Header), length - sizeof(Header));
-    rest = rest.subspan(std::min<std::size_t>(NLMSG_ALIGN(length), rest.size()));
+    rest = rest.subspan(std::min(align(length), rest.size()));
     return true;
 }
 

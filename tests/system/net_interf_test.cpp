@@ -619,6 +619,18 @@ TEST_F(NetInterfRestart, Deliberate_LeavesTheSocketOpenAtALaterRestartToo) {
     EXPECT_THAT(kernel.blocks, IsEmpty());
 }
 
+// A datagram that is one message of 2^32 - 1 bytes, of which only the header is ever looked at.
+TEST_F(NetInterfRestart, EndsBehindAMessageOfTheGreatestLength) {
+#ifdef PELORIK_SANITIZED
+    GTEST_SKIP() << "takes a block of four gigabytes, which a sanitizer keeps a record of";
+#endif
+    constexpr std::uint32_t greatest = 0xFFFFFFFFU;
+    const Bytes noop = messageOfLength(greatest, NLMSG_NOOP, {});
+    kernel.replies = {result(greatest), {noop, greatest, 0}};
+    answer(kLinks, kAddresses);
+    EXPECT_EQ(list(), kListed);
+}
+
 TEST_F(NetInterfRestart, AsksForMemoryUpToALengthOf32Bits) {
     kernel.replies = {result(0xFFFFFFFFU)};
     kernel.failingAllocation = 1;

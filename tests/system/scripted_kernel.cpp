@@ -120,7 +120,8 @@ void* __wrap_malloc(std::size_t size) {
     if (failsNow(kernel, size))
         return nullptr;
     void* const block = __real_malloc(size);
-    std::memset(block, 0xA5, size); // memory that nobody may take for zeros
+    // Memory that nobody may take for zeros. Of a huge block only the beginning is ever used.
+    std::memset(block, 0xA5, std::min(size, std::size_t{1} << 20));
     kernel->blocks.insert(block);
     return block;
 }
