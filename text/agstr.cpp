@@ -229,7 +229,7 @@ bool AGStr::Match(const char* pattern, const char* text) const {
     while (*pattern != '\0') {
         if (*pattern == '*') {
             const char* const star = pattern;
-            if (!Scan(pattern, text) || pattern <= star)
+            if (!Scan(pattern, text) || pattern == star)
                 return false;
         } else {
             if (*text == '\0' || (*pattern != '?' && *pattern != *text))
@@ -486,9 +486,10 @@ std::size_t AGStr::Insert(std::size_t position, char byte) {
 std::size_t AGStr::Insert(std::size_t position, const char* text) {
     if (orEmpty(text).empty())
         return GetLength();
-    Block::inserted(bytesOf(*this), position, text).giveTo(*this);
-    if (std::memchr(buffer, '\0', length) != nullptr)
-        operator=(static_cast<const char*>(buffer));
+    const std::string_view whole = bytesOf(*this);
+    const std::string_view kept = whole.substr(0, whole.find('\0'));
+    const bool isBehindANul = kept.size() < std::min(position, whole.size());
+    (isBehindANul ? Block::joined(kept) : Block::inserted(kept, position, text)).giveTo(*this);
     return length;
 }
 

@@ -53,8 +53,8 @@ public:
     /// Whether `pattern` matches the whole of `text`, byte by byte: "?" stands for one byte, "*"
     /// for any number of them, every other byte for itself. This string's own text plays no part.
     ///
-    /// At each "*" it goes on with `Scan`, which ends the matching when it returns false or does
-    /// not move `pattern` on. The cost is at most in proportion to the product of both lengths; in
+    /// At each "*" it goes on with `Scan`, which ends the matching when it returns false or leaves
+    /// `pattern` where it is. The cost is at most in proportion to the product of both lengths; in
     /// a subclass, that is how many times `Match` is called, each failure being remembered for the
     /// length of the outermost call, so overriding operations must give equal answers for equal
     /// arguments.

@@ -293,6 +293,23 @@ TEST(AGStrMatchInSubclasses, EndsWhenAnOverridingScanStaysWhereItIs) {
     EXPECT_FALSE(string.Match("a*", "ab"));
 }
 
+// Where a pointer stands says nothing about how far it was moved.
+TEST(AGStrMatchInSubclasses, GoesOnInOtherTextsThatAnOverridingScanMovedTo) {
+    static constexpr char texts[] = "\0*\0";
+    const Scanning toTheLeft([](const char*& pattern, const char*& text) {
+        pattern = texts;
+        text = texts;
+        return true;
+    });
+    const Scanning toTheRight([](const char*& pattern, const char*& text) {
+        pattern = texts + 2;
+        text = texts + 2;
+        return true;
+    });
+    EXPECT_TRUE(toTheLeft.Match(texts + 1, "anything"));
+    EXPECT_TRUE(toTheRight.Match(texts + 1, "anything"));
+}
+
 // Lets a digit in the pattern stand for any digit.
 struct Digits : AGStr {
     bool Match(const char* pattern, const char* text) const override {

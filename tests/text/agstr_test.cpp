@@ -591,6 +591,18 @@ TEST(AGStrInsert, Deliberate_EndsTheTextAtItsFirstNul) {
     expectText(behind, "ab");
 }
 
+TEST(AGStrInsert, PutsATextRightInFrontOfANul) {
+    AGStr string = whole("ab\0cd"sv);
+    EXPECT_EQ(string.Insert(2, "x"), 3U);
+    expectText(string, "abx");
+    AGStr rightBehind = whole("ab\0cd"sv);
+    EXPECT_EQ(rightBehind.Insert(3, "x"), 2U);
+    expectText(rightBehind, "ab");
+    AGStr farBehind = whole("ab\0cd"sv);
+    EXPECT_EQ(farBehind.Insert(9, "x"), 2U);
+    expectText(farBehind, "ab");
+}
+
 TEST(AGStrInsert, TakesItsOwnText) {
     AGStr string("abc");
     EXPECT_EQ(string.Insert(1, string.GetChar()), 6U);
@@ -1143,6 +1155,22 @@ TEST(AGStrAllocation, LeavesTheStringAsItWasWhenItFails) {
                 expectText(string, "abcab");
             }
         }
+    }
+}
+
+TEST(AGStrAllocation, LeavesATextWithANulAsItWasWhenItFails) {
+    for (const std::size_t position : {1U, 3U, 9U}) {
+        AGStr string = whole("ab\0cd"sv);
+        for (std::size_t successes = 0; textOf(string) == "ab\0cd"sv; ++successes) {
+            ASSERT_LT(successes, 4U);
+            try {
+                const support::FailingArrays failing(successes);
+                string.Insert(position, "xy");
+            } catch (const std::bad_alloc&) {
+                expectText(string, "ab\0cd"sv);
+            }
+        }
+        expectText(string, position == 1 ? "axyb" : "ab");
     }
 }
 
