@@ -266,7 +266,9 @@ TEST(Base64Decode, RefusesUnfinishedGroupsAndPadding) {
 TEST(Base64Decode, Deliberate_NeedsOneByteMoreForPaddedText) {
     for (const auto& [text, needed] :
          {std::pair("", 0U), std::pair("Zm9v", 3U), std::pair("Zg==", 2U), std::pair("Zm8=", 3U),
-          std::pair("Zm9vZm9v", 6U), std::pair("Zm9vZg==", 5U), std::pair("Zm9vZm8=", 6U)}) {
+          std::pair("Zm9vZm9v", 6U), std::pair("Zm9vZg==", 5U), std::pair("Zm9vZm8=", 6U),
+          std::pair("Zm9vZm9vZm9vZm9v Zm9vZm9vZm9v", 21U),
+          std::pair("Zm9vZm9vZm9vZm9vZm9vZg==", 17U)}) {
         for (unsigned size = 0; size < needed + 5; ++size) {
             const auto bytes = room<unsigned char>(size);
             EXPECT_EQ(base64_decode(text, bytes.get(), size), size >= needed ? measured(text) : -1)
@@ -358,6 +360,38 @@ TEST(Base64Chars, KeepsTheMeaningOfWhiteSpaceAndPadding) {
     EXPECT_EQ(decodedLength("AA ==AAA"), -1);
     EXPECT_EQ(decodedLength("A A "), -1);
     EXPECT_EQ(decodedLength("A A = ="), 1);
+}
+
+TEST(Base64Chars, MayBeShorterForDecoding) {
+    const Alphabet own("ABCDEFGHIJKLMNOPQRSTUVWXYZ234567");
+    Bytes bytes;
+    EXPECT_EQ(decode("Q777", bytes), 3); // 16, 31, 31, 31
+    EXPECT_EQ(bytes, (Bytes{16 << 2 | 31 >> 4, 0xFF & (31 << 4 | 31 >> 2), 0xFF & (31 << 6 | 31)}));
+    EXPECT_EQ(decodedLength("AAAa"), -1);
+    const Alphabet none("");
+    EXPECT_EQ(decodedLength("A"), -1);
+    EXPECT_EQ(decodedLength(" "), 0);
+}
+
+// A character's value is its position, of which a byte takes what it has room for.
+TEST(Base64Chars, MayBeLongerForDecoding) {
+    const Alphabet own("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/-");
+    const std::pair<const char*, Bytes> texts[] = {
+        {"-AAA", {0, 0, 0}}, {"A-AA", {4, 0, 0}}, {"AA-A", {0, 16, 0}}, {"AAA-", {0, 0, 64}}};
+    for (const auto& [text, expected] : texts) {
+        Bytes bytes;
+        EXPECT_EQ(decode(text, bytes), 3);
+        EXPECT_EQ(bytes, expected) << text;
+    }
+}
+
+TEST(Base64Chars, TakesTheFirstOfEqualCharacters) {
+    std::string alphabet = kAlphabet;
+    alphabet[63] = 'B';
+    const Alphabet own(alphabet.c_str());
+    Bytes bytes;
+    EXPECT_EQ(decode("BBBB", bytes), 3);
+    EXPECT_EQ(bytes, (Bytes{0x04, 0x10, 0x41})); // 1, 1, 1, 1
 }
 
 TEST(Base64Chars, MayHoldCharactersAbove127) {
