@@ -11,15 +11,13 @@
 /// Things to know before use:
 ///
 /// - The directory `/var/run/vpnagent` must exist, and should belong to root and be writable by
-/// root
-///   alone: whoever may write there may put a symbolic link in the place of a lock file and have
-///   the next `lock` truncate what it points to.
+///   root alone: whoever may write there may put a symbolic link in the place of a lock file and
+///   have the next `lock` truncate what it points to.
 /// - `name` is not looked at. `..` and names with `/` lead out of the directory, and the file that
 ///   they lead to is truncated. Pass fixed names.
 /// - A second `lock` of the same name in the same process succeeds. Closing any descriptor of a
-/// file
-///   drops all locks that the process has on it: the second `lock` drops the first one's (and takes
-///   it anew), and the first `unlock` of either object ends the lock of both.
+///   file drops all locks that the process has on it: the second `lock` drops the first one's (and
+///   takes it anew), and the first `unlock` of either object ends the lock of both.
 /// - Between the holder's `close` and its removal of the file, another process may lock the file
 ///   that is about to be removed; a third one then creates and locks a new file of the same name.
 ///   Who must exclude that compares the locked descriptor's file with the path's (`fstat`, `stat`)
