@@ -73,6 +73,13 @@ TEST(XMLDigest, IsNotWrittenWithoutTheFlag) {
     EXPECT_EQ(writtenWithDigest(document), "<cfg></cfg>\n");
 }
 
+TEST(XMLDigest, WithoutTheFlagAHashOfTheCallerIsWrittenAndStays) {
+    XMLDocument document("r");
+    document.AddAttr("Hash", "mine");
+    EXPECT_EQ(writtenWithDigest(document), "<r Hash=\"mine\"></r>\n");
+    EXPECT_EQ(document.GetAttributes(), (Attributes{{"Hash", "mine"}}));
+}
+
 TEST(XMLDigest, TakesWholeStringsWithTheirNuls) {
     XMLDocument document(string("a\0b", 3), true);
     document.AddAttr(string("k\0", 2), "v");

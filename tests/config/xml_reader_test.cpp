@@ -290,6 +290,16 @@ TEST(XMLRead, AppendsToWhatTheDocumentHas) {
     EXPECT_EQ(document.GetBody(), "text");
 }
 
+TEST(XMLRead, ReplacesABodyByTextOnly) {
+    XMLDocument document;
+    document.SetBody("old");
+    EXPECT_EQ(readInto(document, "<a/>"), "");
+    EXPECT_EQ(readInto(document, "<a> </a>"), "");
+    EXPECT_EQ(document.GetBody(), "old");
+    EXPECT_EQ(readInto(document, "<a>new</a>"), "");
+    EXPECT_EQ(document.GetBody(), "new");
+}
+
 TEST(XMLRead, ReadsADocumentAgainAfterEraseAll) {
     XMLDocument document;
     for (const char* text : {"<a/>", "<b k='v'>x</b>", "</c></c>", "<d><e/></d>"}) {
