@@ -316,6 +316,23 @@ TEST(XMLStreams, AStreamThatHasFailedBeforeIsRefused) {
     EXPECT_EQ(xml_support::messageOf([&] { document.Read(none); }), "Read error");
 }
 
+TEST(XMLStreams, NothingIsTakenFromAStreamThatHasFailedBefore) {
+    for (const std::ios::iostate state : {std::ios::failbit, std::ios::badbit, std::ios::eofbit}) {
+        WholeText buffer("?xml a='b'?>", false);
+        std::istream in(&buffer);
+        in.setstate(state);
+        XMLDocument document;
+        XMLDeclaration::tag tag;
+        EXPECT_THROW(document.processXMLheader(in), XMLParserError);
+        EXPECT_THROW(document.XMLDeclaration::Read(in), XMLParserError);
+        EXPECT_THROW(document.ReadElements(in), XMLParserError);
+        EXPECT_THROW(tag.ReadDecl(in), XMLParserError);
+        EXPECT_THROW(tag.ReadAttribs(in), XMLParserError);
+        EXPECT_EQ(buffer.taken(), 0u);
+        EXPECT_EQ(in.rdstate(), state | std::ios::failbit);
+    }
+}
+
 TEST(XMLStreams, EveryOperationRefusesAStreamThatFails) {
     support::FailsAtItsEnd device("");
     std::istream in(&device);
