@@ -123,7 +123,7 @@ class Both(ToolTest):
             return usage.ru_maxrss
 
         for words in ([], ["-d"]):
-            self.assertLess(peak(words, 1 << 26) - peak(words, 1 << 20), 16384)  # KiB
+            self.assertLess(peak(words, 1 << 24) - peak(words, 1 << 20), 8192)  # KiB
 
     def test_wrong_usage_is_refused(self):
         self.assert_refused(self.run_tool("base64", "a", "b"), "'b'", "--help")
