@@ -596,12 +596,10 @@ int AGStr::Format(const char* format, va_list arguments) {
 bool AGStr::NumericParse(void* out, char type) const {
     const char* const text = operator const char*();
     const char* const start = text + std::strspn(text, kBlanksAndTabs);
-    if (GetLength() == 0 || *start == '\0')
-        return false;
     if (type == 'b')
         return storeBool(start, out);
     const Number number = readNumber(start, type);
-    // A minus before an unsigned value is out of its range, or before a zero.
+    // This refuses texts without a number and, with the ranges, a minus before what has no sign.
     if ((number.value == 0.0 && *start != '0') || !storeAs(type, number.value, out))
         return false;
     return number.end[std::strspn(number.end, kBlanksAndTabs)] == '\0';

@@ -354,7 +354,7 @@ struct Asking : AGStr {
     explicit Asking(const AGStr* other) : other_(other) {}
     bool Match(const char* pattern, const char* text) const override {
         if (other_ == nullptr)
-            return *pattern == '*' && AGStr::Match(pattern, text);
+            return *pattern != 'b' && AGStr::Match(pattern, text);
         other_->Match(pattern, text);
         return AGStr::Match(pattern, text);
     }
