@@ -3,7 +3,6 @@
 #include "tests/support/digest_surface.h"
 #include "tests/support/vectors.h"
 
-#include <array>
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -11,7 +10,6 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
-#include <utility>
 
 namespace {
 
@@ -52,9 +50,15 @@ public:
         std::uint32_t x[16];
         std::memcpy(x, bytes, sizeof x);
         State s = state_;
-        steps(s, x, std::make_integer_sequence<unsigned, 64>());
-        for (unsigned i = 0; i < 4; ++i)
-            state_[i] += s[i];
+        for (unsigned i = 0; i < 16; ++i)
+            step(s, (s.b & s.c) | (~s.b & s.d), x[i], i);
+        for (unsigned i = 16; i < 32; ++i)
+            step(s, (s.b & s.d) | (s.c & ~s.d), x[(5 * i + 1) % 16], i);
+        for (unsigned i = 32; i < 48; ++i)
+            step(s, s.b ^ s.c ^ s.d, x[(3 * i + 5) % 16], i);
+        for (unsigned i = 48; i < 64; ++i)
+            step(s, s.c ^ (s.b | ~s.d), x[7 * i % 16], i);
+        state_ = {state_.a + s.a, state_.b + s.b, state_.c + s.c, state_.d + s.d};
     }
 
     // Pads `rest`, of less than 56 bytes, as the end of a message of `length` bytes.
@@ -64,36 +68,19 @@ public:
         rest.resize(56);
         rest.append(reinterpret_cast<const char*>(&bits), sizeof bits);
         block(rest.data());
-        return support::toHex(state_.data(), sizeof state_);
+        return support::toHex(&state_, sizeof state_);
     }
 
 private:
-    using State = std::array<std::uint32_t, 4>; // a, b, c, d
+    struct State {
+        std::uint32_t a, b, c, d;
+    };
 
-    template<unsigned... I>
-    void steps(State& s, const std::uint32_t* x, std::integer_sequence<unsigned, I...>) const {
-        (step<I>(s, x), ...);
-    }
-
-    template<unsigned I>
-    void step(State& s, const std::uint32_t* x) const {
-        constexpr int shift[4][4] = {
+    void step(State& s, std::uint32_t mixed, std::uint32_t word, unsigned i) const {
+        static constexpr int shift[4][4] = {
             {7, 12, 17, 22}, {5, 9, 14, 20}, {4, 11, 16, 23}, {6, 10, 15, 21}};
-        constexpr unsigned index[4] = {I, 5 * I + 1, 3 * I + 5, 7 * I};
-        const std::uint32_t sum = s[0] + mix<I / 16>(s) + x[index[I / 16] % 16] + constant_[I];
-        s = {s[3], s[1] + std::rotl(sum, shift[I / 16][I % 4]), s[1], s[2]};
-    }
-
-    template<unsigned Round>
-    static std::uint32_t mix(const State& s) {
-        if constexpr (Round == 0)
-            return (s[1] & s[2]) | (~s[1] & s[3]);
-        else if constexpr (Round == 1)
-            return (s[1] & s[3]) | (s[2] & ~s[3]);
-        else if constexpr (Round == 2)
-            return s[1] ^ s[2] ^ s[3];
-        else
-            return s[2] ^ (s[1] | ~s[3]);
+        const std::uint32_t sum = s.a + mixed + word + constant_[i];
+        s = {s.d, s.b + std::rotl(sum, shift[i / 16][i % 4]), s.b, s.c};
     }
 
     std::uint32_t constant_[64];
@@ -188,6 +175,8 @@ private:
 TEST(Md5, Deliberate_CountsTheLengthOfOneCallModulo4GiB) {
 #if defined(PELORIK_SANITIZED) || !defined(__OPTIMIZE__)
     GTEST_SKIP() << "hashing 4 GiB twice takes minutes in this build";
+#elif defined(PELORIK_CLOSED_ROADS)
+    GTEST_SKIP() << "the count of bytes is the same on every road; one run of 4 GiB is enough";
 #else
     support::allowLastingMemory(); // what the system keeps of a finished thread
     constexpr std::size_t length = (std::size_t{1} << 32) + 5;
