@@ -156,58 +156,88 @@ Vector encrypt(const Vector& hash, const Keys& keys) {
     return {{join(n2.a, n1.a), join(n2.b, n1.b), join(n2.c, n1.c), join(n2.d, n1.d)}};
 }
 
-// The standard's psi on sixteen 16-bit words, word 0 in the lowest bits of quadword 0.
-class MixingRegister {
-public:
-    explicit MixingRegister(const Vector& v)
-        : q0_(v.word[0]), q1_(v.word[1]), q2_(v.word[2]), q3_(v.word[3]) {}
+// The standard's psi on sixteen 16-bit words y0 to y15, y0 in the lowest bits of quadword 0: the
+// register moves on by one word and ends with y16 = y0 ^ y1 ^ y2 ^ y3 ^ y12 ^ y15.
+Vector psi(const Vector& v) {
+    const auto [q0, q1, q2, q3] = v.word;
+    const std::uint64_t sum = q0 ^ q0 >> 16 ^ q0 >> 32 ^ q0 >> 48 ^ q3 ^ q3 >> 48;
+    return {{q0 >> 16 | q1 << 48, q1 >> 16 | q2 << 48, q2 >> 16 | q3 << 48, q3 >> 16 | sum << 48}};
+}
 
-    void add(const Vector& v) {
-        q0_ ^= v.word[0];
-        q1_ ^= v.word[1];
-        q2_ ^= v.word[2];
-        q3_ ^= v.word[3];
+// The next four words of a register of these quadwords. Each of them adds the one before it, the
+// first one the register's last, so that they are the running sums of what they add besides.
+std::uint64_t nextWords(std::uint64_t q0, std::uint64_t q1, std::uint64_t q3) {
+    std::uint64_t sum =
+        q0 ^ (q0 >> 16 | q1 << 48) ^ (q0 >> 32 | q1 << 32) ^ (q0 >> 48 | q1 << 16) ^ q3 ^ q3 >> 48;
+    sum ^= sum << 16;
+    return sum ^ sum << 32;
+}
+
+Vector psi12(const Vector& v) {
+    const auto [q0, q1, q2, q3] = v.word;
+    const std::uint64_t q4 = nextWords(q0, q1, q3);
+    const std::uint64_t q5 = nextWords(q1, q2, q4);
+    return {{q3, q4, q5, nextWords(q2, q3, q5)}};
+}
+
+Vector operator^(const Vector& a, const Vector& b) {
+    return {{a.word[0] ^ b.word[0], a.word[1] ^ b.word[1], a.word[2] ^ b.word[2],
+             a.word[3] ^ b.word[3]}};
+}
+
+// psi^61 is a sum of lower powers of psi: x^61 modulo psi's polynomial is this one, bit j for x^j.
+consteval unsigned x61() {
+    constexpr unsigned kPolynomial = 0x1900f;
+    unsigned power = 1;
+    for (int i = 0; i < 61; ++i) {
+        power <<= 1;
+        power ^= (power >> 16 & 1) * kPolynomial;
     }
+    return power;
+}
 
-    void step() {
-        const std::uint64_t sum = q0_ ^ q0_ >> 16 ^ q0_ >> 32 ^ q0_ >> 48 ^ q3_ ^ q3_ >> 48;
-        q0_ = q0_ >> 16 | q1_ << 48;
-        q1_ = q1_ >> 16 | q2_ << 48;
-        q2_ = q2_ >> 16 | q3_ << 48;
-        q3_ = q3_ >> 16 | sum << 48;
+// 64 bits from word `shift` of two neighbouring quadwords on.
+template<unsigned shift>
+std::uint64_t wordsFrom(std::uint64_t low, std::uint64_t high) {
+    if constexpr (shift == 0)
+        return low;
+    else
+        return low >> 16 * shift | high << (64 - 16 * shift);
+}
+
+// Quadword `k` of the sum of those powers of psi that x61 names and that move by `shift` words
+// beyond whole quadwords.
+template<unsigned shift>
+std::uint64_t sumOfPowers(const std::uint64_t (&q)[8], unsigned k) {
+    std::uint64_t sum = 0;
+    if constexpr (x61() >> shift & 1)
+        sum ^= q[k];
+    if constexpr (x61() >> (4 + shift) & 1)
+        sum ^= q[k + 1];
+    if constexpr (x61() >> (8 + shift) & 1)
+        sum ^= q[k + 2];
+    if constexpr (x61() >> (12 + shift) & 1)
+        sum ^= q[k + 3];
+    return sum;
+}
+
+Vector psi61(const Vector& v) {
+    std::uint64_t q[8] = {v.word[0], v.word[1], v.word[2], v.word[3]};
+    for (int k = 0; k < 4; ++k)
+        q[k + 4] = nextWords(q[k], q[k + 1], q[k + 3]);
+    Vector result;
+    for (unsigned k = 0; k < 4; ++k) {
+        result.word[k] = sumOfPowers<0>(q, k) ^
+                         wordsFrom<1>(sumOfPowers<1>(q, k), sumOfPowers<1>(q, k + 1)) ^
+                         wordsFrom<2>(sumOfPowers<2>(q, k), sumOfPowers<2>(q, k + 1)) ^
+                         wordsFrom<3>(sumOfPowers<3>(q, k), sumOfPowers<3>(q, k + 1));
     }
+    return result;
+}
 
-    // Four steps at once. Each of the four new words adds the one before it, the first one the
-    // register's last, so that they are the running sums of what they add besides.
-    void fourSteps() {
-        std::uint64_t sum = q0_ ^ (q0_ >> 16 | q1_ << 48) ^ (q0_ >> 32 | q1_ << 32) ^
-                            (q0_ >> 48 | q1_ << 16) ^ q3_ ^ q3_ >> 48;
-        sum ^= sum << 16;
-        sum ^= sum << 32;
-        q0_ = q1_;
-        q1_ = q2_;
-        q2_ = q3_;
-        q3_ = sum;
-    }
-
-    Vector value() const { return {{q0_, q1_, q2_, q3_}}; }
-
-private:
-    std::uint64_t q0_, q1_, q2_, q3_;
-};
-
-// The standard's f: psi^61(H ^ psi(M ^ psi^12(S))).
+// The standard's f.
 Vector step(const Vector& h, const Vector& m) {
-    MixingRegister mixing(encrypt(h, generateKeys(h, m)));
-    for (int i = 0; i < 3; ++i)
-        mixing.fourSteps();
-    mixing.add(m);
-    mixing.step();
-    mixing.add(h);
-    mixing.step();
-    for (int i = 0; i < 15; ++i)
-        mixing.fourSteps();
-    return mixing.value();
+    return psi61(h ^ psi(m ^ psi12(encrypt(h, generateKeys(h, m)))));
 }
 
 } // namespace
