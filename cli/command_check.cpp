@@ -3,6 +3,7 @@
 #include "checker/hashfile_checker.h"
 #include "cli/command_line.h"
 #include "cli/commands.h"
+#include "cli/counts.h"
 #include "cli/exit_status.h"
 #include "cli/failure.h"
 #include "cli/hash_list.h"
@@ -217,7 +218,7 @@ bool Check::counts(Status status) const {
 
 void Check::report(const FileHashPair& record, const Verdict& verdict) {
     if (options_.json)
-        console_.print(jsonOf(record, verdict), wordsOf(verdict.status).colour);
+        console_.print(jsonOf(record, verdict));
     else if (counts(verdict.status) && !options_.statusOnly)
         console_.print(verdict.report, wordsOf(verdict.status).colour);
 }
@@ -274,14 +275,10 @@ std::string Check::summary(End end) const {
         text += all + " checked: ";
     else
         text += std::to_string(tally_.all()) + " of " + all + " checked: ";
-    std::string counts;
-    for (std::size_t i = 0; i < kStatuses; ++i) {
-        const std::size_t count = tally_.of(static_cast<Status>(i));
-        if (count > 0)
-            counts += (counts.empty() ? "" : ", ") + std::to_string(count) + " " +
-                      kStatusWords[i].inSummary;
-    }
-    return text + (counts.empty() ? "none" : counts);
+    std::vector<Count> counts;
+    for (std::size_t i = 0; i < kStatuses; ++i)
+        counts.push_back({tally_.of(static_cast<Status>(i)), kStatusWords[i].inSummary});
+    return text + countsText(counts);
 }
 
 std::string Check::jsonSummary(End end) const {

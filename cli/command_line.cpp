@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <sstream>
 
 namespace cli {
@@ -12,6 +13,7 @@ namespace {
 
 constexpr std::size_t kColumns = 80;
 constexpr std::size_t kTextColumn = 26;
+constexpr unsigned kLargestNumber = 1024;
 
 // `left` and, from the column of explanations on, `text`.
 std::string helpLine(const std::string& left, const std::string& text) {
@@ -76,9 +78,15 @@ void CommandLine::value(const std::string& names, const std::string& what,
 
 void CommandLine::number(const std::string& names, const std::string& what, unsigned& target,
                          const std::string& text) {
-    app_->add_option(names, target, text)
-        ->type_name(what)
-        ->check(CLI::Range(1U, 1024U).description(""));
+    // CLI11's own numbers may have a sign and be octal or hexadecimal.
+    const auto take = [&target, names](const std::string& word) {
+        const char* const end = word.data() + word.size();
+        const auto [stopped, error] = std::from_chars(word.data(), end, target);
+        if (error != std::errc() || stopped != end || target < 1 || target > kLargestNumber)
+            throw CLI::ValidationError(names, "'" + word + "' is no number from 1 to " +
+                                                  std::to_string(kLargestNumber));
+    };
+    app_->add_option_function<std::string>(names, take, text)->type_name(what);
 }
 
 void CommandLine::values(const std::string& names, const std::string& what,

@@ -18,6 +18,7 @@ using Words = std::vector<std::string>;
 int runHash(const Words& words, Console& console);
 int runList(const Words& words, Console& console);
 int runCheck(const Words& words, Console& console);
+int runCompare(const Words& words, Console& console);
 int runInterfaces(const Words& words, Console& console);
 int runLock(const Words& words, Console& console);
 int runXml(const Words& words, Console& console);

@@ -41,7 +41,7 @@ std::vector<HashFileChecker::FileHashPair> readHashList(const std::string& name)
         records.push_back({line.substr(0, divider), line.substr(divider + 1), ""});
     }
     if (records.empty())
-        throw Failure(name + ": holds no record, so that there is nothing to check");
+        throw Failure(name + ": holds no record");
     return records;
 }
 

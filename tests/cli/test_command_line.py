@@ -10,7 +10,7 @@ import unittest
 
 from tool import EMPTY_GOST2012, GOST2012, MD5, TOOL, ToolTest, environment, md5
 
-COMMANDS = ("hash", "list", "check", "interfaces", "lock", "xml", "ini")
+COMMANDS = ("hash", "list", "check", "compare", "interfaces", "lock", "xml", "ini")
 
 
 class Help(ToolTest):
@@ -35,7 +35,8 @@ class Help(ToolTest):
             "list": ["-a, --algorithm", "-r, --recursive", "--exclude", "--files-from", "-0, --null",
                      "--keep-going", "-o, --output", "PATH..."],
             "check": ["-C, --directory", "-j, --jobs", "--stop", "--ignore-missing", "--quiet",
-                      "--status", "--json", "LIST|-"]}
+                      "--status", "--json", "LIST|-"],
+            "compare": ["--quiet", "--json", "OLD|- NEW|-"]}
         for command, names in options.items():
             text = self.run_tool(command, "-h").text
             for name in names:
@@ -80,7 +81,8 @@ class Usage(ToolTest):
             ["check"], ["check", "a", "b"], ["check", "--quiet", "--status", "a"],
             ["check", "--json", "--status", "a"], ["check", "-j", "0", "a"], ["check", "-j", "x", "a"],
             ["check", "-j", "-1", "a"], ["check", "-j", "99999999999999999999", "a"],
-            ["check", "-j", "1.5", "a"], ["check", "-C"], ["check", "--frobnicate", "a"],
+            ["check", "-j", "1.5", "a"], ["check", "-j", "0x10", "a"], ["check", "-j", "+4", "a"],
+            ["check", "-j", " 4", "a"], ["check", "-j", "1025", "a"], ["check", "-j", "", "a"], ["check", "-C"], ["check", "--frobnicate", "a"],
         ]
         for words in cases:
             with self.subTest(words=words):

@@ -88,6 +88,11 @@ class Colour(ToolTest):
         self.assertRegex(seen, rb"\A\x1b\[31mFile changed: [^\n]*\x1b\[0m\n"
                                rb"\x1b\[33mWarning: File not found: gone\.\x1b\[0m\n\Z")
 
+    def test_json_has_none(self):
+        _, seen, _ = Terminal("check", "--json", "list").finish()
+        self.assertNotIn(b"\x1b", seen)
+        self.assertEqual(json.loads(seen.splitlines()[0])["status"], "changed")
+
     def test_none_with_no_color_or_on_a_dumb_terminal(self):
         for changes in ({"NO_COLOR": "1"}, {"NO_COLOR": "0"}, {"TERM": "dumb"}, {"TERM": None}):
             _, seen, _ = Terminal("check", "list", **changes).finish()
