@@ -33,6 +33,29 @@ def imports(file):
     return {re.split("[@ ]", line)[0] for line in lines}
 
 
+def segments(file):
+    return output_of("readelf", "--segments", "--wide", str(file))
+
+
+def dynamic_flags(file):
+    """FLAGS and FLAGS_1 of a file's dynamic section."""
+    lines = output_of("readelf", "--dynamic", "--wide", str(file)).splitlines()
+    return [line.split(")", 1)[1] for line in lines if "(FLAGS" in line]
+
+
+def entries(file, *options):
+    """The functions that nm lists, each with its address."""
+    lines = output_of("nm", "--defined-only", "--format=posix", *options, str(file)).splitlines()
+    fields = [line.split() for line in lines]
+    return {field[0]: int(field[2], 16) for field in fields if field[1] in "TW"}
+
+
+def landing_places(file):
+    """The addresses that are marked as those where an indirect jump may land."""
+    code = output_of("objdump", "--disassemble", "--no-show-raw-insn", str(file))
+    return {int(address, 16) for address in re.findall(r"^ +([0-9a-f]+):\s+endbr64", code, re.MULTILINE)}
+
+
 class BuiltFiles(unittest.TestCase):
     library = BUILD / "libpelorikutil.so"
     tool = BUILD / "pelorik"
@@ -66,24 +89,47 @@ class BuiltFiles(unittest.TestCase):
                 if "build" not in file.relative_to(ROOT).parts:
                     self.assertNotIn(macro, file.read_text(errors="replace"), file)
 
-    def test_files_are_hardened(self):
+    def test_relocations_are_read_only_before_the_program_starts(self):
         for file in (self.library, self.tool):
-            segments = output_of("readelf", "--segments", "--wide", str(file))
-            self.assertIn("GNU_RELRO", segments, file)
-            self.assertRegex(segments, r"GNU_STACK .* RW +0x", file)
-            flags = output_of("readelf", "--dynamic", "--wide", str(file))
-            self.assertIn("NOW", flags, file)
-            self.assertNotIn("TEXTREL", flags, file)
+            self.assertIn("GNU_RELRO", segments(file), file)
+            self.assertIn("NOW", "".join(dynamic_flags(file)), file)
+            self.assertNotIn("(TEXTREL)", output_of("readelf", "--dynamic", str(file)), file)
+
+    def test_no_memory_is_both_written_and_executed(self):
+        for file in (self.library, self.tool):
+            self.assertRegex(segments(file), r"GNU_STACK .* RW +0x", file)
+            self.assertNotRegex(segments(file), r" RWE ", file)
+
+    def test_stack_is_watched(self):
+        for file in (self.library, self.tool):
             self.assertIn("__stack_chk_fail", imports(file), file)
 
-    def test_library_marks_where_jumps_may_land(self):
-        # The note that says so of the whole file is lost to Debian's crti.o, which lacks it.
-        function = "_Z17createHashFactoryN15HashFileChecker3AlgE"
-        code = output_of("objdump", f"--disassemble={function}", "--no-show-raw-insn", str(self.library))
-        self.assertRegex(code, rf"<{function}[^>]*>:\s+[0-9a-f]+:\s+endbr64")
+    def test_files_run_at_any_address(self):
+        for file in (self.library, self.tool):
+            self.assertRegex(output_of("readelf", "--file-header", str(file)), r"Type: +DYN ", file)
+        self.assertIn("PIE", dynamic_flags(self.tool)[-1])
 
-    def test_library_is_fortified(self):
-        self.assertTrue([name for name in imports(self.library) if name.endswith("_chk")])
+    # The note that says so of a whole file is lost to Debian's crti.o, which lacks it. So every object's
+    # note is looked at, and the code.
+    def test_every_object_is_marked_for_checked_jumps_and_returns(self):
+        objects = [*BUILD.glob("CMakeFiles/pelorikutil.dir/**/*.o"), *BUILD.glob("cli/CMakeFiles/pelorik.dir/**/*.o")]
+        self.assertGreater(len(objects), 20)
+        for file in objects:
+            self.assertRegex(output_of("readelf", "--notes", "--wide", str(file)), "x86 feature: IBT, SHSTK", file)
+
+    def test_every_entry_is_marked_as_one_where_jumps_may_land(self):
+        exported = entries(self.library, "--dynamic")
+        self.assertGreater(len(exported), 100)
+        for file, functions in ((self.library, exported), (self.tool, {"main": entries(self.tool)["main"]})):
+            marked = landing_places(file)
+            self.assertEqual([name for name, place in functions.items() if place not in marked], [], file)
+
+    def test_calls_of_the_c_library_are_fortified(self):
+        for file in (self.library, self.tool):
+            fortified = {name for name in imports(file) if re.fullmatch("__.*_chk", name)}
+            self.assertTrue(fortified - {"__stack_chk_fail"}, file)
+        # With a size that only run time knows, and a format that a caller gives.
+        self.assertLessEqual({"__memset_chk", "__vsnprintf_chk"}, imports(self.library))
 
     def test_files_do_not_name_the_build_machines_paths(self):
         for file in (self.library, self.tool):
