@@ -9,10 +9,13 @@
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
+#include <new>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <unordered_map>
 
 namespace {
 
@@ -112,19 +115,7 @@ void free_lan_interfaces(lan_interface* list) {
     }
 }
 
-lan_interface* findByName(lan_interface* list, std::string_view name) {
-    while (list != nullptr && name != list->name)
-        list = list->next;
-    return list;
-}
-
-lan_interface* findByIndex(lan_interface* list, std::uint32_t index) {
-    while (list != nullptr && list->ifindex != index)
-        list = list->next;
-    return list;
-}
-
-// Puts a new record at the head of the list; null when there is no memory for it.
+// Puts a new record at the head of a list; null when there is no memory for it.
 lan_interface* prepend(lan_interface*& list, std::string_view name, std::uint32_t mtu,
                        std::uint32_t index) {
     constexpr std::size_t fixedPart = offsetof(lan_interface, name);
@@ -144,6 +135,82 @@ lan_interface* prepend(lan_interface*& list, std::string_view name, std::uint32_
     return record;
 }
 
+// The records of the caller's list. Once there are many, an index tells where they are; without
+// memory for one the list is walked, so that no call fails for it.
+class Interfaces {
+public:
+    explicit Interfaces(lan_interface*& list) : list_(list) {}
+
+    lan_interface* find(std::string_view name) const {
+        return find(byName_, name,
+                    [name](const lan_interface& record) { return name == record.name; });
+    }
+
+    // The newest of those with this index.
+    lan_interface* find(std::uint32_t index) const {
+        return find(byIndex_, index,
+                    [index](const lan_interface& record) { return index == record.ifindex; });
+    }
+
+    // Null when there is no memory for it.
+    lan_interface* add(std::string_view name, std::uint32_t mtu, std::uint32_t index) {
+        lan_interface* const record = prepend(list_, name, mtu, index);
+        if (record != nullptr && (indexed_ || ++walked_ == kMany))
+            enterNewRecords();
+        return record;
+    }
+
+    void clear() {
+        byName_.clear();
+        byIndex_.clear();
+        indexed_ = false;
+        walked_ = 0;
+        free_lan_interfaces(list_);
+        list_ = nullptr;
+    }
+
+private:
+    static constexpr std::size_t kMany = 64;
+
+    template<class Key>
+    using Index = std::unordered_map<Key, lan_interface*>;
+
+    template<class Key, class Matches>
+    lan_interface* find(const Index<Key>& known, Key key, Matches matches) const {
+        if (indexed_) {
+            const auto found = known.find(key);
+            return found == known.end() ? nullptr : found->second;
+        }
+        lan_interface* record = list_;
+        while (record != nullptr && !matches(*record))
+            record = record->next;
+        return record;
+    }
+
+    // The newest record when there is an index already, else all of them.
+    void enterNewRecords() {
+        const ErrnoKeeper keeper;
+        try {
+            if (indexed_)
+                byIndex_.erase(list_->ifindex);
+            lan_interface* const known = indexed_ ? list_->next : nullptr;
+            for (lan_interface* record = list_; record != known; record = record->next) {
+                byName_.emplace(record->name, record);
+                byIndex_.emplace(record->ifindex, record);
+            }
+            indexed_ = true;
+        } catch (const std::bad_alloc&) {
+            indexed_ = false;
+        }
+    }
+
+    lan_interface*& list_;
+    std::size_t walked_ = 0; // records that were added without an index
+    bool indexed_ = false;
+    Index<std::string_view> byName_; // of the records' own names
+    Index<std::uint32_t> byIndex_;
+};
+
 // The interface's name in an attribute: up to its terminator, or to the `:` of an alias label. The
 // attribute ends a name that has neither.
 std::string_view nameIn(Bytes payload) {
@@ -152,7 +219,7 @@ std::string_view nameIn(Bytes payload) {
 }
 
 // Takes what one RTM_NEWLINK message says into the list. False when it makes the enumeration fail.
-bool takeLink(Bytes body, lan_interface*& list) {
+bool takeLink(Bytes body, Interfaces& interfaces) {
     if (body.size() < sizeof(ifinfomsg))
         return true;
     const auto info = load<ifinfomsg>(body);
@@ -170,9 +237,9 @@ bool takeLink(Bytes body, lan_interface*& list) {
                 current->mtu = mtu;
         } else if (attribute.header.rta_type == IFLA_IFNAME && current == nullptr) {
             const std::string_view name = nameIn(attribute.payload);
-            current = findByName(list, name);
+            current = interfaces.find(name);
             if (current == nullptr)
-                current = prepend(list, name, mtu, static_cast<std::uint32_t>(info.ifi_index));
+                current = interfaces.add(name, mtu, static_cast<std::uint32_t>(info.ifi_index));
             if (current == nullptr)
                 return false;
         }
@@ -181,11 +248,11 @@ bool takeLink(Bytes body, lan_interface*& list) {
 }
 
 // Takes what one RTM_NEWADDR message says into the list. False when there is no memory for it.
-bool takeAddress(Bytes body, lan_interface*& list) {
+bool takeAddress(Bytes body, Interfaces& interfaces) {
     if (body.size() < sizeof(ifaddrmsg))
         return true;
     const auto info = load<ifaddrmsg>(body);
-    lan_interface* const owner = findByIndex(list, info.ifa_index);
+    lan_interface* const owner = interfaces.find(info.ifa_index);
     if (owner == nullptr)
         return true;
     Bytes rest = body.subspan(sizeof info);
@@ -303,71 +370,71 @@ private:
 };
 
 // What takes a message of the kind that was asked for.
-using Take = bool (*)(Bytes body, lan_interface*& list);
+using Take = bool (*)(Bytes body, Interfaces& interfaces);
 
-Outcome takeMessages(Bytes datagram, std::uint16_t type, Take take, lan_interface*& list) {
+Outcome takeMessages(Bytes datagram, std::uint16_t type, Take take, Interfaces& interfaces) {
     for (Message message; takeItem(datagram, message);) {
         if (message.header.nlmsg_type == NLMSG_DONE)
             return Outcome::complete;
         if (message.header.nlmsg_type == NLMSG_NOOP)
             continue;
-        if (message.header.nlmsg_type != type || !take(message.payload, list))
+        if (message.header.nlmsg_type != type || !take(message.payload, interfaces))
             return Outcome::failed;
     }
     return Outcome::goesOn;
 }
 
-Outcome takeReplies(Channel& channel, std::uint16_t type, Take take, lan_interface*& list) {
+Outcome takeReplies(Channel& channel, std::uint16_t type, Take take, Interfaces& interfaces) {
     Bytes datagram;
     Outcome outcome = channel.receive(datagram);
     while (outcome == Outcome::goesOn) {
-        outcome = takeMessages(datagram, type, take, list);
+        outcome = takeMessages(datagram, type, take, interfaces);
         if (outcome == Outcome::goesOn)
             outcome = channel.receive(datagram);
     }
     return outcome;
 }
 
-Outcome askLinks(Channel& channel, lan_interface*& list) {
+Outcome askLinks(Channel& channel, Interfaces& interfaces) {
     const rtgenmsg body{AF_PACKET};
     if (!channel.request(RTM_GETLINK, kFirstSequenceNumber, body))
         return Outcome::failed;
-    return takeReplies(channel, RTM_NEWLINK, takeLink, list);
+    return takeReplies(channel, RTM_NEWLINK, takeLink, interfaces);
 }
 
-Outcome askAddresses(Channel& channel, lan_interface*& list) {
+Outcome askAddresses(Channel& channel, Interfaces& interfaces) {
     ifaddrmsg body{};
     body.ifa_family = AF_INET;
     if (!channel.request(RTM_GETADDR, kFirstSequenceNumber + 1, body))
         return Outcome::failed;
-    return takeReplies(channel, RTM_NEWADDR, takeAddress, list);
+    return takeReplies(channel, RTM_NEWADDR, takeAddress, interfaces);
 }
 
-int _get_system_network_interfaces(lan_interface*& list) {
+int _get_system_network_interfaces(Interfaces& interfaces) {
     Channel channel;
     if (!channel.open())
         return -1;
     for (;;) {
-        Outcome outcome = askLinks(channel, list);
+        Outcome outcome = askLinks(channel, interfaces);
         if (outcome == Outcome::complete)
-            outcome = askAddresses(channel, list);
+            outcome = askAddresses(channel, interfaces);
         if (outcome != Outcome::cut)
             return outcome == Outcome::complete ? 0 : -1;
         if (!channel.enlarge())
             return -1;
-        free_lan_interfaces(list);
-        list = nullptr;
+        interfaces.clear();
     }
 }
 
 } // namespace
 
 int get_system_network_interfaces(system_network_interfaces* c) {
-    const int result = _get_system_network_interfaces(c->list);
-    if (result != 0) {
-        const ErrnoKeeper keeper;
+    std::optional<Interfaces> interfaces(c->list);
+    const int result = _get_system_network_interfaces(*interfaces);
+    const ErrnoKeeper keeper;
+    interfaces.reset();
+    if (result != 0)
         sys_network_interfaces_destroy(c);
-    }
     return result;
 }
 

@@ -3,9 +3,11 @@
 // netinterface_test.cpp.
 
 #include "system/net_interf.h"
+#include "tests/support/leaks.h"
 #include "tests/system/netlink_bytes.h"
 #include "tests/system/scripted_kernel.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
@@ -486,6 +488,77 @@ TEST_F(NetInterf, IgnoresAddressesOfUnknownInterfaces) {
 TEST_F(NetInterf, GivesAddressesToTheFirstInterfaceOfTheIndex) {
     EXPECT_THAT(listOf(link(2, name("a")) + link(2, name("b")), address(2, local(host(1)))),
                 ElementsAre("2 b 1500 a.10.0.0.1", "2 a 1500"));
+}
+
+// A name and an index of each of many interfaces, of which every third shares its predecessor's
+// index and every fifth is told twice.
+Bytes manyLinks(int count) {
+    Bytes links;
+    for (int i = 0; i < count; ++i) {
+        const Bytes one = link(i % 3 == 2 ? i - 1 : i, name("if" + std::to_string(i)));
+        links = links + one + (i % 5 == 0 ? one : Bytes());
+    }
+    return links;
+}
+
+// The records that they become, each with an address that tells its index: the newest of an index
+// has it.
+Texts manyRecords(int count) {
+    Texts texts;
+    for (int i = count - 1; i >= 0; --i) {
+        const int index = i % 3 == 2 ? i - 1 : i;
+        const bool isNewest = i % 3 != 1 || i == count - 1;
+        texts.push_back(std::to_string(index) + " if" + std::to_string(i) + " 1500" +
+                        (isNewest ? " a.10.0.0." + std::to_string(index) : ""));
+    }
+    return texts;
+}
+
+Bytes manyAddresses(int count) {
+    Bytes addresses;
+    for (int i = 0; i < count; ++i) {
+        if (i % 3 != 2)
+            addresses = addresses + address(static_cast<std::uint32_t>(i),
+                                            local(host(static_cast<unsigned>(i))));
+    }
+    return addresses;
+}
+
+TEST_F(NetInterf, FindsEachOfManyByNameAndIndex) {
+    for (const int count : {62, 63, 64, 65, 66, 100, 200}) {
+        const Bytes links = manyLinks(count) + done();
+        const Bytes addresses = manyAddresses(count) + done();
+        kernel.replies = {datagram(links), datagram(links), datagram(addresses)};
+        if (links.size() <= kBuffer)
+            kernel.replies.pop_front(); // that one is not cut
+        if (addresses.size() > std::max(kBuffer, links.size()))
+            FAIL() << "the second answer starts everything again";
+        EXPECT_EQ(list(), manyRecords(count));
+    }
+}
+
+// What fails for lack of memory is a record, a buffer or an array; the index can do without.
+TEST_F(NetInterf, ManyAreFoundWithoutMemoryForAnIndex) {
+    if (!support::canFailAllocations())
+        GTEST_SKIP() << "the sanitizers have allocators of their own";
+    constexpr int kCount = 80;
+    const Bytes links = manyLinks(kCount) + done();
+    const Bytes addresses = manyAddresses(kCount) + done();
+    unsigned survived = 0;
+    for (std::size_t failing = 1; kernel.allocations.size() + 1 >= failing; ++failing) {
+        kernel = Kernel();
+        found = {};
+        kernel.replies = {datagram(links), datagram(links), datagram(addresses)};
+        kernel.failingAllocation = failing;
+        if (call() == 0) {
+            EXPECT_EQ(describe(found.list), manyRecords(kCount)) << failing;
+            kernel.run([this] { sys_network_interfaces_destroy(&found); });
+            ++survived;
+        }
+        EXPECT_THAT(kernel.blocks, IsEmpty()) << failing;
+    }
+    // One without a failure; an index of two nodes a record, and the tables of the nodes.
+    EXPECT_GT(survived, 1U + 2 * kCount);
 }
 
 TEST_F(NetInterf, IgnoresOtherAttributesOfAnAddress) {
