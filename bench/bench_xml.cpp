@@ -1,6 +1,7 @@
 // XML from a stream to a tree. expat builds no tree: it fills one of the same shape as ours.
 
 #include "bench/race.h"
+#include "bench/xml_document.h"
 #include "config/vpnxml.h"
 
 #include <expat.h>
@@ -13,19 +14,6 @@
 #include <vector>
 
 namespace {
-
-std::string document(std::size_t size) {
-    std::string text = "<?xml version=\"1.0\"?>\n<config version=\"3\">\n";
-    for (unsigned i = 0; text.size() < size; ++i) {
-        const std::string number = std::to_string(i);
-        text += "\t<server id=\"" + number + "\" name=\"gate-" + number +
-                ".example\">\n\t\t<address proto=\"udp\" port=\"" + std::to_string(4500 + i % 100) +
-                "\">10." + std::to_string(i % 200) + ".7." + std::to_string(i % 250) +
-                "</address>\n\t\t<note>primary &amp; backup, line " + number +
-                "</note>\n\t</server>\n";
-    }
-    return text + "</config>\n";
-}
 
 struct Element {
     std::string name;
@@ -88,7 +76,7 @@ void ours(const std::string& content) {
 
 const bool registered = [] {
     for (const std::size_t size : {std::size_t{2048}, std::size_t{10} << 20}) {
-        const auto content = std::make_shared<std::string>(document(size));
+        const auto content = std::make_shared<std::string>(bench::xmlDocument(size));
         bench::enter("xml", size, "pelorik", [content] { ours(*content); });
         bench::enter("xml", size, "tinyxml2", [content] { tinyxml2s(*content); });
         bench::enter("xml", size, "expat", [content] { expats(*content); });

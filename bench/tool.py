@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """Measures the built tool beside other programs, in turns, and writes the medians as JSON.
 
-    tool.py PELORIK OUT.json
+    tool.py PELORIK PORTABLE OUT.json
+
+PORTABLE is the same tool with the roads for newer processors closed.
 """
 
 import json
@@ -18,10 +20,14 @@ ROUNDS = 5
 ROAD_FLAGS = {"avx512f", "avx512bw", "avx512vl", "avx512_vbmi", "gfni"}
 
 
-def own_name():
+def own_tools(pelorik, portable):
+    """The tool on each road that this processor has, by name."""
     with open("/proc/cpuinfo", encoding="ascii") as cpuinfo:
         flags = next(line for line in cpuinfo if line.startswith("flags")).split()
-    return "pelorik-avx512" if ROAD_FLAGS <= set(flags) else "pelorik-portable"
+    tools = {"pelorik-portable": portable}
+    if ROAD_FLAGS <= set(flags):
+        tools["pelorik-avx512"] = pelorik
+    return tools
 
 
 def times_of(command, directory):
@@ -49,20 +55,20 @@ def race(commands, directory):
     }
 
 
-def measure_one_file(pelorik, directory):
+def measure_one_file(tools, directory):
     with open(os.path.join(directory, "big"), "wb") as big:
         piece = os.urandom(1 << 20)
         for _ in range(FILE_SIZE >> 20):
             big.write(piece)
-    own = own_name()
     races = {
-        "md5": ["md5sum", ["md5sum", "big"]],
-        "gost2012": ["rhash", ["rhash", "--gost12-256", "big"]],
-        "gost94": ["rhash", ["rhash", "--gost94-cryptopro", "big"]],
+        "md5": {"md5sum": ["md5sum", "big"]},
+        "gost2012": {"rhash": ["rhash", "--gost12-256", "big"]},
+        "gost94": {"rhash": ["rhash", "--gost94-cryptopro", "big"]},
     }
-    for algorithm, (peer, command) in races.items():
-        medians = race({own: [pelorik, "hash", "-a", algorithm, "big"], peer: command}, directory)
-        for who, median in medians.items():
+    for algorithm, commands in races.items():
+        for who, tool in tools.items():
+            commands[who] = [tool, "hash", "-a", algorithm, "big"]
+        for who, median in race(commands, directory).items():
             yield f"tool-hash-{algorithm}/{FILE_SIZE}/{who}", median["cpu"]
     os.remove(os.path.join(directory, "big"))
 
@@ -75,39 +81,35 @@ def make_small_files(directory):
                 small.write(os.urandom(1024))
 
 
-def measure_small_files(pelorik, directory):
+def measure_small_files(tools, directory):
     tree = os.path.join(directory, "tree")
     os.mkdir(tree)
     make_small_files(tree)
-    subprocess.run([pelorik, "list", "-r", "-o", "own.list", "tree"], cwd=directory, check=True)
+    best = tools.get("pelorik-avx512", tools["pelorik-portable"])
+    subprocess.run([best, "list", "-r", "-o", "own.list", "tree"], cwd=directory, check=True)
     with open(os.path.join(directory, "rhash.list"), "wb") as out:
         subprocess.run(
             ["rhash", "--gost12-256", "-r", "tree"], cwd=directory, stdout=out, check=True
         )
-    medians = race(
-        {
-            "own-j1": [pelorik, "check", "-j", "1", "own.list"],
-            "own-j2": [pelorik, "check", "-j", "2", "own.list"],
-            "rhash": ["rhash", "--gost12-256", "-c", "--skip-ok", "rhash.list"],
-        },
-        directory,
-    )
-    for kind in ("cpu", "wall"):
-        yield f"tool-check-{kind}/{SMALL_FILES}/{own_name()}", medians["own-j1"][kind]
-        yield f"tool-check-{kind}/{SMALL_FILES}/rhash", medians["rhash"][kind]
-    yield f"tool-check-threads/{SMALL_FILES}/pelorik-j2", medians["own-j2"]["wall"]
-    yield f"tool-check-threads/{SMALL_FILES}/pelorik-j1", medians["own-j1"]["wall"]
+    commands = {who: [tool, "check", "-j", "1", "own.list"] for who, tool in tools.items()}
+    commands["rhash"] = ["rhash", "--gost12-256", "-c", "--skip-ok", "rhash.list"]
+    for who, median in race(commands, directory).items():
+        for kind in ("cpu", "wall"):
+            yield f"tool-check-{kind}/{SMALL_FILES}/{who}", median[kind]
+    threads = {f"pelorik-j{n}": [best, "check", "-j", str(n), "own.list"] for n in (1, 2)}
+    for who, median in race(threads, directory).items():
+        yield f"tool-check-threads/{SMALL_FILES}/{who}", median["wall"]
 
 
 def main():
-    pelorik, out = os.path.abspath(sys.argv[1]), sys.argv[2]
+    tools = own_tools(os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2]))
     measured = {}
     with tempfile.TemporaryDirectory() as directory:
         for measure in (measure_one_file, measure_small_files):
-            for name, seconds in measure(pelorik, directory):
+            for name, seconds in measure(tools, directory):
                 print(f"{name}: {seconds:.3f} s", flush=True)
                 measured[name] = seconds
-    with open(out, "w", encoding="utf-8") as file:
+    with open(sys.argv[3], "w", encoding="utf-8") as file:
         json.dump(measured, file, indent=1)
 
 
