@@ -36,7 +36,14 @@ mode_t modeOfNewFiles() {
 
 } // namespace
 
-AtomicOutput::AtomicOutput(const std::string& path) : path_(path), target_(path) {
+void requireRegular(const std::string& path) {
+    struct stat status {};
+    const bool exists = ::stat(path.c_str(), &status) == 0;
+    if (exists && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
+        throw Failure(path + ": is no regular file");
+}
+
+AtomicOutput::AtomicOutput(const std::string& path, bool toBeWritten) : path_(path), target_(path) {
     struct stat link {};
     exists_ = ::stat(path.c_str(), &status_) == 0;
     // Links to pipes, as in /dev/fd, lead to no path; they are written to where they stand.
@@ -48,6 +55,11 @@ AtomicOutput::AtomicOutput(const std::string& path) : path_(path), target_(path)
         fail(errno);
     if (exists_ && S_ISDIR(status_.st_mode))
         fail(EISDIR);
+    if (toBeWritten)
+        requirePermission();
+}
+
+void AtomicOutput::requirePermission() const {
     // The rename alone would pass over a file's own write protection.
     if (exists_ && ::access(target_.c_str(), W_OK) != 0)
         fail(errno);

@@ -12,6 +12,10 @@
 
 namespace cli {
 
+// Throws `Failure` when there is something at `path` that is neither a regular file nor a
+// directory: it could not be read again after it was written.
+void requireRegular(const std::string& path);
+
 // Writes to a temporary file beside the target and renames it over the target.
 //
 // A target that is a symbolic link stays one: the file that it leads to is replaced. Permissions of
@@ -20,7 +24,11 @@ namespace cli {
 class AtomicOutput {
 public:
     // Finds out early what would stop `commit`. Throws `Failure`.
-    explicit AtomicOutput(const std::string& path);
+    explicit AtomicOutput(const std::string& path) : AtomicOutput(path, true) {}
+
+    // The same; with `toBeWritten` false for an output that `commit` is not called for, and that
+    // needs no permission.
+    AtomicOutput(const std::string& path, bool toBeWritten);
 
     // Removes the temporary file of an output that was not committed.
     ~AtomicOutput();
@@ -45,6 +53,7 @@ private:
     void openInPlace();
     void write(std::string_view content);
     void keepOwnership() const;
+    void requirePermission() const;
     [[noreturn]] void fail(int errorNumber) const;
 
     std::string path_;   // as the user gave it

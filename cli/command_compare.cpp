@@ -1,18 +1,16 @@
 // pelorik compare: how two hash lists differ.
 
+#include "cli/change.h"
 #include "cli/command_line.h"
 #include "cli/commands.h"
-#include "cli/counts.h"
 #include "cli/digest_text.h"
 #include "cli/exit_status.h"
 #include "cli/failure.h"
 #include "cli/hash_list.h"
 #include "cli/interrupt.h"
-#include "cli/json_text.h"
 #include "cli/verb.h"
 
 #include <algorithm>
-#include <array>
 #include <set>
 #include <unordered_map>
 
@@ -59,33 +57,9 @@ CompareOptions parseCompare(const Words& words) {
     return options;
 }
 
-enum class Change { kUnchanged, kChanged, kRemoved, kRehashed, kAdded };
-constexpr std::size_t kChanges = 5;
-
-struct ChangeWords {
-    const char* name;
-    Colour colour;
-};
-
-constexpr std::array<ChangeWords, kChanges> kChangeWords = {{
-    {"unchanged", Colour::kNone},
-    {"changed", Colour::kRed},
-    {"removed", Colour::kYellow},
-    {"rehashed", Colour::kYellow},
-    {"added", Colour::kGreen},
-}};
-
-constexpr std::size_t kNameColumn = 10; // where the names stand behind these words
-
-const ChangeWords& wordsOf(Change change) {
-    return kChangeWords[static_cast<std::size_t>(change)];
-}
-
-using Texts = std::vector<std::string>;
-
 struct Entry {
     std::string name;
-    Texts digests; // as listed: usually one
+    DigestTexts digests; // as listed: usually one
 };
 
 // The names of a list, each once, in the order in which they come first.
@@ -103,8 +77,8 @@ public:
     const std::vector<Entry>& entries() const { return entries_; }
 
     // The digests of `name`; none when it is not listed.
-    const Texts& digestsOf(const std::string& name) const {
-        static const Texts none;
+    const DigestTexts& digestsOf(const std::string& name) const {
+        static const DigestTexts none;
         const auto place = places_.find(name);
         return place == places_.end() ? none : entries_[place->second].digests;
     }
@@ -116,7 +90,7 @@ private:
 
 using Digests = std::set<std::string>; // canonical
 
-Digests canonical(const Texts& texts) {
+Digests canonical(const DigestTexts& texts) {
     Digests digests;
     for (const std::string& text : texts)
         digests.insert(canonicalDigest(text));
@@ -133,9 +107,7 @@ bool contradict(const Digests& digests, const Digests& others) {
     });
 }
 
-Change changeOf(const Texts& before, const Texts& after) {
-    if (before.empty())
-        return Change::kAdded;
+Change changeOf(const DigestTexts& before, const DigestTexts& after) {
     if (after.empty())
         return Change::kRemoved;
     if (before == after)
@@ -147,82 +119,45 @@ Change changeOf(const Texts& before, const Texts& after) {
     return contradict(old, now) || contradict(now, old) ? Change::kChanged : Change::kRehashed;
 }
 
-class Comparison {
-public:
-    Comparison(const CompareOptions& options, Console& console)
-        : options_(options), console_(console), before_(options.before), after_(options.after) {}
-
-    // Returns the exit status.
-    int run();
-
-private:
-    void compare(const std::string& name, const Texts& before, const Texts& after);
-    void summarise();
-
-    const CompareOptions& options_;
-    Console& console_;
-    const Names before_;
-    const Names after_;
-    std::array<std::size_t, kChanges> counts_{};
-};
-
-void Comparison::compare(const std::string& name, const Texts& before, const Texts& after) {
-    const Change change = changeOf(before, after);
-    ++counts_[static_cast<std::size_t>(change)];
-    if (change == Change::kUnchanged)
-        return;
-    const ChangeWords& words = wordsOf(change);
-    if (options_.json) {
-        JsonObject object;
-        putName(object, "name", name);
-        object["status"] = words.name;
-        object["old"] = before;
-        object["new"] = after;
-        console_.print(jsonLine(object));
-        return;
+// Returns whether there is a difference.
+bool reportDifferences(const Names& before, const Names& after, ChangeReport& report) {
+    for (const Entry& entry : before.entries()) {
+        stopIfInterrupted();
+        const DigestTexts& now = after.digestsOf(entry.name);
+        report.add(changeOf(entry.digests, now), entry.name, entry.digests, now);
     }
-    std::string line = words.name;
-    line.resize(kNameColumn, ' ');
-    console_.print(line + name, words.colour);
+    for (const Entry& entry : after.entries()) {
+        stopIfInterrupted();
+        if (before.digestsOf(entry.name).empty())
+            report.add(Change::kAdded, entry.name, {}, entry.digests);
+    }
+    return report.of(Change::kUnchanged) != before.entries().size() ||
+           report.of(Change::kAdded) > 0;
 }
 
-void Comparison::summarise() {
-    std::vector<Count> counts;
-    JsonObject inJson;
-    for (std::size_t i = 0; i < kChanges; ++i) {
-        counts.push_back({counts_[i], kChangeWords[i].name});
-        inJson[kChangeWords[i].name] = counts_[i];
-    }
-    if (options_.json) {
+void summarise(const ChangeReport& report, const CompareOptions& options, Console& console) {
+    if (options.json) {
         JsonObject object;
-        object["summary"] = inJson;
-        console_.print(jsonLine(object));
-    } else if (!options_.quiet) {
-        console_.note(countsText(counts));
+        object["summary"] = report.jsonSummary();
+        console.print(jsonLine(object));
+    } else if (!options.quiet) {
+        console.note(report.summary());
     }
-}
-
-int Comparison::run() {
-    for (const Entry& entry : before_.entries()) {
-        stopIfInterrupted();
-        compare(entry.name, entry.digests, after_.digestsOf(entry.name));
-    }
-    bool differ = counts_[0] != before_.entries().size();
-    for (const Entry& entry : after_.entries()) {
-        stopIfInterrupted();
-        if (!before_.digestsOf(entry.name).empty())
-            continue;
-        compare(entry.name, {}, entry.digests);
-        differ = true;
-    }
-    summarise();
-    return differ ? kFailed : kDone;
 }
 
 } // namespace
 
 int runCompare(const Words& words, Console& console) {
-    return Comparison(parseCompare(words), console).run();
+    const CompareOptions options = parseCompare(words);
+    const Names before(options.before);
+    const Names after(options.after);
+    ChangeReport report(
+        console,
+        {Change::kUnchanged, Change::kChanged, Change::kRemoved, Change::kRehashed, Change::kAdded},
+        options.json);
+    const bool differ = reportDifferences(before, after, report);
+    summarise(report, options, console);
+    return differ ? kFailed : kDone;
 }
 
 } // namespace cli

@@ -10,13 +10,13 @@
 #include "cli/hash_list.h"
 #include "cli/interrupt.h"
 #include "cli/lines.h"
+#include "cli/listed_file.h"
 #include "cli/walk.h"
 
 #include <algorithm>
 #include <optional>
 #include <sstream>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace cli {
@@ -95,19 +95,6 @@ void addPathsFrom(const ListOptions& options, std::vector<std::string>& paths) {
     }
 }
 
-// Why a list cannot hold `name`; empty when it can.
-std::string unsafeBecause(const std::string& name, std::size_t digestLength) {
-    if (name.find('=') != std::string::npos)
-        return "a name with '='";
-    if (name.find('\n') != std::string::npos)
-        return "a name with a line break";
-    if (name.starts_with('['))
-        return "a name that starts with '[' (./ before it helps)";
-    if (name.size() + 1 + digestLength > kLongestListLine)
-        return "a name of " + std::to_string(name.size()) + " characters";
-    return "";
-}
-
 // Where standard output is a file, that file would be listed as it is now: still without the list.
 bool isStandardOutput(const struct stat& status) {
     struct stat output {};
@@ -164,9 +151,7 @@ void Listing::find() {
         walk.add(path);
     files_ = walk.files();
     unreadable_ = walk.unreadable();
-    if (walk.unfollowedLinks() > 0)
-        console_.note(std::to_string(walk.unfollowedLinks()) +
-                      " symbolic links to directories not followed");
+    walk.noteUnfollowedLinks();
     if (walk.refusedDirectories() > 0)
         throw Failure("nothing was written: directories need -r");
     stopIfUnreadable();
@@ -175,17 +160,7 @@ void Listing::find() {
 }
 
 void Listing::refuseUnsafeNames() const {
-    const std::unique_ptr<IHashFactory> factory(createHashFactory(options_.algorithm));
-    const std::unique_ptr<IHash> any(factory->createHash(nullptr, 0));
-    const std::size_t digestLength = any->ToStr(false, true).size();
-    bool refused = false;
-    for (const FoundFile& file : files_) {
-        const std::string reason = unsafeBecause(file.name, digestLength);
-        if (!reason.empty())
-            console_.note(file.name + ": " + reason + " cannot stand in a hash list");
-        refused = refused || !reason.empty();
-    }
-    if (refused)
+    if (noteUnlistable(files_, options_.algorithm, console_))
         throw Failure("nothing was written (--exclude leaves names out)");
 }
 
@@ -196,28 +171,17 @@ void Listing::expectAll() {
     console_.progress().expect(total);
 }
 
-// A file is listed with the digest of as many bytes as it said to have, which is what a check
-// reads, too. Returns false, with a note, when it cannot be read or gives fewer.
+// Returns false, with a note, when the file cannot be listed.
 bool Listing::hashFile(const FoundFile& file, bool justOpen) {
-    const auto complain = [&](const std::string& why) {
-        console_.note(file.name + ": " + why);
-        return false;
-    };
     try {
-        FileSource source = FileSource::openWithoutWaiting(file.name);
-        if (!source.isRegular())
-            return complain("is no regular file any more");
-        if (justOpen)
-            return true;
-        const std::uint64_t count = digester_.read(source, console_.progress(), source.size());
-        unsigned char more = 0;
-        if (count < source.size() || (count == 0 && source.read(&more, 1) > 0))
-            return complain("its size is not what it gives");
-    } catch (const std::system_error& error) {
-        return complain(errorText(error.code().value()));
+        ListedFile listed(file.name);
+        if (!justOpen)
+            pairs_.push_back({file.name, listed.digest(digester_, console_.progress())});
+        return true;
+    } catch (const Unlistable& refused) {
+        console_.note(file.name + ": " + refused.why);
+        return false;
     }
-    pairs_.push_back({file.name, digester_.digests().front()->ToStr(false, true)});
-    return true;
 }
 
 void Listing::hash() {

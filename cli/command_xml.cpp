@@ -100,14 +100,6 @@ std::string parseSeal(const Words& words) {
     return operands.front();
 }
 
-// What is no regular file could not be read again after it was written.
-void requireRegular(const std::string& file) {
-    struct stat status {};
-    const bool exists = ::stat(file.c_str(), &status) == 0;
-    if (exists && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
-        throw Failure(file + ": is no regular file");
-}
-
 int xmlSeal(const Words& words, Console&) {
     const std::string file = parseSeal(words);
     requireRegular(file);

@@ -1,7 +1,5 @@
 #include "cli/digest_text.h"
 
-#include "digest/hash.h"
-
 #include <algorithm>
 #include <memory>
 
@@ -27,7 +25,18 @@ std::string digitsOf(const std::string& text) {
     return hasPrefix ? text.substr(text.find(':') + 1) : text;
 }
 
+// Of no bytes.
+std::string anyText(const IHashFactory& factory) {
+    const std::unique_ptr<IHash> digest(factory.createHash(nullptr, 0));
+    return digest->ToStr(false, true);
+}
+
 } // namespace
+
+std::size_t lengthOfDigests(HashFileChecker::Alg algorithm) {
+    const std::unique_ptr<IHashFactory> factory(createHashFactory(algorithm));
+    return anyText(*factory).size();
+}
 
 std::string canonicalDigest(const std::string& text) {
     const std::unique_ptr<IHashFactory> factory(createHashFactory(text));
@@ -36,12 +45,24 @@ std::string canonicalDigest(const std::string& text) {
                      std::any_of(digits.begin(), digits.end(), isLower)))
         return text;
     std::transform(digits.begin(), digits.end(), digits.begin(), lowered);
-    const std::unique_ptr<IHash> any(factory->createHash(nullptr, 0));
-    return algorithmOf(any->ToStr(false, true)) + digits;
+    return algorithmOf(anyText(*factory)) + digits;
 }
 
 std::string algorithmOf(const std::string& canonical) {
     return canonical.starts_with('#') ? canonical.substr(0, canonical.find(':') + 1) : "";
+}
+
+std::optional<HashFileChecker::Alg> algorithmNamedBy(const std::string& text) {
+    const std::unique_ptr<IHashFactory> factory(createHashFactory(text));
+    if (!factory)
+        return std::nullopt;
+    const std::string prefix = algorithmOf(anyText(*factory));
+    for (const auto algorithm : {HashFileChecker::MD5, HashFileChecker::GOST_RFC4357}) {
+        const std::unique_ptr<IHashFactory> candidate(createHashFactory(algorithm));
+        if (algorithmOf(anyText(*candidate)) == prefix)
+            return algorithm;
+    }
+    return HashFileChecker::GOST_3411_2012;
 }
 
 } // namespace cli

@@ -3,9 +3,16 @@
 #ifndef PELORIK_CLI_DIGEST_TEXT_H
 #define PELORIK_CLI_DIGEST_TEXT_H
 
+#include "digest/hash.h"
+
+#include <cstddef>
+#include <optional>
 #include <string>
 
 namespace cli {
+
+// Characters of the texts of an algorithm's digests, with their prefix.
+std::size_t lengthOfDigests(HashFileChecker::Alg algorithm);
 
 // The one text that all texts of a digest come to: its algorithm's prefix in the `#` form and
 // lower-case digits. A text that can match no file, as it names no known algorithm or mixes the
@@ -14,6 +21,9 @@ std::string canonicalDigest(const std::string& text);
 
 // The prefix of a canonical text, which tells its algorithm; empty when it has none.
 std::string algorithmOf(const std::string& canonical);
+
+// The algorithm that a digest's text names; none when it is unknown.
+std::optional<HashFileChecker::Alg> algorithmNamedBy(const std::string& text);
 
 } // namespace cli
 

@@ -26,10 +26,13 @@ public:
     // Fills `data` as far as the source gives bytes, and returns how many came.
     std::size_t read(unsigned char* data, std::size_t size);
 
+    // As it was when it was opened.
+    const struct stat& status() const { return status_; }
+
     bool isDirectory() const { return S_ISDIR(status_.st_mode); }
     bool isRegular() const { return S_ISREG(status_.st_mode); }
 
-    // Of a regular file, when it was opened.
+    // Of a regular file.
     std::uint64_t size() const { return static_cast<std::uint64_t>(status_.st_size); }
 
 private:

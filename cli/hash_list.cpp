@@ -3,6 +3,9 @@
 #include "cli/failure.h"
 #include "cli/lines.h"
 
+#include <functional>
+#include <utility>
+
 namespace cli {
 
 namespace {
@@ -25,24 +28,49 @@ std::string faultOf(const std::string& line) {
     return "";
 }
 
-} // namespace
-
-std::vector<HashFileChecker::FileHashPair> readHashList(const std::string& name) {
-    std::vector<HashFileChecker::FileHashPair> records;
+// Hands every line to `take`.
+void readLines(const std::string& name, const std::function<void(ListLine)>& take) {
+    bool hasRecord = false;
     Lines lines(name, '\n', kLongestListLine);
     while (lines.next()) {
         const std::string& line = lines.line();
         const std::string fault = faultOf(line);
         if (!fault.empty())
             lines.refuse(fault);
-        if (!isRecord(line))
-            continue;
-        const std::size_t divider = line.find('=');
-        records.push_back({line.substr(0, divider), line.substr(divider + 1), ""});
+        hasRecord = hasRecord || isRecord(line);
+        take({line, isRecord(line) ? line.find('=') : std::string::npos});
     }
-    if (records.empty())
+    if (!hasRecord)
         throw Failure(name + ": holds no record");
+}
+
+} // namespace
+
+std::vector<ListLine> readListLines(const std::string& name) {
+    std::vector<ListLine> list;
+    readLines(name, [&](ListLine line) { list.push_back(std::move(line)); });
+    return list;
+}
+
+std::vector<HashFileChecker::FileHashPair> readHashList(const std::string& name) {
+    std::vector<HashFileChecker::FileHashPair> records;
+    readLines(name, [&](const ListLine& line) {
+        if (line.isRecord())
+            records.push_back({line.name(), line.digest(), ""});
+    });
     return records;
+}
+
+std::string unlistableBecause(const std::string& name, std::size_t digestLength) {
+    if (name.find('=') != std::string::npos)
+        return "a name with '='";
+    if (name.find('\n') != std::string::npos)
+        return "a name with a line break";
+    if (name.starts_with('['))
+        return "a name that starts with '[' (./ before it helps)";
+    if (name.size() + 1 + digestLength > kLongestListLine)
+        return "a name of " + std::to_string(name.size()) + " characters";
+    return "";
 }
 
 } // namespace cli

@@ -25,6 +25,7 @@ constexpr Command kCommands[] = {
     {"hash", "print the digests of files", runHash},
     {"list", "make a hash list of files", runList},
     {"check", "check files against a hash list", runCheck},
+    {"update", "bring a hash list up to date", runUpdate},
     {"compare", "tell how two hash lists differ", runCompare},
     {"interfaces", "list the network interfaces", runInterfaces},
     {"lock", "run a command while holding a lock", runLock},

@@ -1,6 +1,8 @@
 #include "cli/walk.h"
 
+#include "cli/digest_text.h"
 #include "cli/failure.h"
+#include "cli/hash_list.h"
 #include "cli/interrupt.h"
 
 #include <algorithm>
@@ -116,6 +118,25 @@ void Walk::walkDirectory(const std::string& path) {
         open.back().entries.pop_back();
         addEntry(name, open);
     }
+}
+
+void Walk::noteUnfollowedLinks() const {
+    if (unfollowedLinks_ > 0)
+        console_.note(std::to_string(unfollowedLinks_) +
+                      " symbolic links to directories not followed");
+}
+
+bool noteUnlistable(const std::vector<FoundFile>& files, HashFileChecker::Alg algorithm,
+                    Console& console) {
+    const std::size_t digestLength = lengthOfDigests(algorithm);
+    bool refused = false;
+    for (const FoundFile& file : files) {
+        const std::string reason = unlistableBecause(file.name, digestLength);
+        if (!reason.empty())
+            console.note(file.name + ": " + reason + " cannot stand in a hash list");
+        refused = refused || !reason.empty();
+    }
+    return refused;
 }
 
 } // namespace cli

@@ -4,6 +4,7 @@
 #define PELORIK_CLI_WALK_H
 
 #include "cli/console.h"
+#include "digest/hash.h"
 
 #include <cstdint>
 #include <functional>
@@ -39,8 +40,8 @@ public:
     // Names that could not be looked at; each has been noted.
     std::size_t unreadable() const { return unreadable_; }
 
-    // Symbolic links to directories that were met on the way.
-    std::size_t unfollowedLinks() const { return unfollowedLinks_; }
+    // Notes how many symbolic links to directories were met on the way, if any.
+    void noteUnfollowedLinks() const;
 
     // Directories named while they are not walked; each has been noted.
     std::size_t refusedDirectories() const { return refusedDirectories_; }
@@ -65,6 +66,11 @@ private:
     std::size_t unfollowedLinks_ = 0;
     std::size_t refusedDirectories_ = 0;
 };
+
+// Notes every file whose name a list with digests of `algorithm` cannot hold. Returns whether there
+// is one.
+bool noteUnlistable(const std::vector<FoundFile>& files, HashFileChecker::Alg algorithm,
+                    Console& console);
 
 } // namespace cli
 

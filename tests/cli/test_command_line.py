@@ -10,7 +10,7 @@ import unittest
 
 from tool import EMPTY_GOST2012, GOST2012, MD5, TOOL, ToolTest, environment, md5
 
-COMMANDS = ("hash", "list", "check", "compare", "interfaces", "lock", "xml", "ini")
+COMMANDS = ("hash", "list", "check", "update", "compare", "interfaces", "lock", "xml", "ini")
 
 
 class Help(ToolTest):

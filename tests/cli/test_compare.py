@@ -38,10 +38,10 @@ class Differences(CompareTest):
     def test_each_difference_alone_is_status_1(self):
         kept = "kept=" + MD5 + ONE
         for old, new, line, counted in (
-                ([], ["x=" + MD5 + ONE], "added     x\n", "1 added"),
-                (["x=" + MD5 + ONE], [], "removed   x\n", "1 removed"),
-                (["x=" + MD5 + ONE], ["x=" + MD5 + TWO], "changed   x\n", "1 changed"),
-                (["x=" + MD5 + ONE], ["x=" + GOST2012 + LONG], "rehashed  x\n", "1 rehashed")):
+                ([], ["x=" + MD5 + ONE], "added       x\n", "1 added"),
+                (["x=" + MD5 + ONE], [], "removed     x\n", "1 removed"),
+                (["x=" + MD5 + ONE], ["x=" + MD5 + TWO], "changed     x\n", "1 changed"),
+                (["x=" + MD5 + ONE], ["x=" + GOST2012 + LONG], "rehashed    x\n", "1 rehashed")):
             self.assertEqual(self.difference([kept] + old, [kept] + new),
                              (1, line, "1 unchanged, %s\n" % counted))
 
@@ -49,8 +49,8 @@ class Differences(CompareTest):
         status, report, summary = self.difference(
             ["z=" + MD5 + ONE, "b=" + MD5 + ONE, "a=" + MD5 + ONE, "same=" + MD5 + ONE],
             ["y=" + MD5 + ONE, "same=" + MD5 + ONE, "c=" + MD5 + ONE, "b=" + MD5 + TWO])
-        self.assertEqual((status, report), (1, "removed   z\nchanged   b\nremoved   a\n"
-                                               "added     y\nadded     c\n"))
+        self.assertEqual((status, report), (1, "removed     z\nchanged     b\nremoved     a\n"
+                                               "added       y\nadded       c\n"))
         self.assertEqual(summary, "1 unchanged, 1 changed, 2 removed, 2 added\n")
 
     def test_the_order_of_a_list_is_no_difference_nor_are_headers_and_empty_lines(self):
@@ -63,7 +63,7 @@ class Differences(CompareTest):
 
     def test_names_are_compared_byte_by_byte(self):
         self.assertEqual(self.difference(["./a=" + MD5 + ONE], ["a=" + MD5 + ONE]),
-                         (1, "removed   ./a\nadded     a\n", "1 removed, 1 added\n"))
+                         (1, "removed     ./a\nadded       a\n", "1 removed, 1 added\n"))
 
 
 class Digests(CompareTest):
@@ -77,25 +77,25 @@ class Digests(CompareTest):
 
     def test_bare_digits_are_never_taken_for_gost94(self):
         self.assertEqual(self.difference(["a=" + GOST94 + LONG], ["a=" + LONG])[:2],
-                         (1, "rehashed  a\n"))
+                         (1, "rehashed    a\n"))
 
     def test_texts_that_match_no_file_are_the_same_only_when_they_are_equal(self):
         mixed = MD5 + ONE[:16].upper() + ONE[16:]
         self.assertNotEqual(mixed.upper(), mixed)
         for text in (mixed, "#SHA1:00", "", "x"):
             self.assertEqual(self.difference(["a=" + text], ["a=" + text])[0], 0)
-        self.assertEqual(self.difference(["a=" + mixed], ["a=" + MD5 + ONE])[:2], (1, "changed   a\n"))
-        self.assertEqual(self.difference(["a=x"], ["a=y"])[:2], (1, "changed   a\n"))
-        self.assertEqual(self.difference(["a=x"], ["a=" + MD5 + ONE])[:2], (1, "rehashed  a\n"))
+        self.assertEqual(self.difference(["a=" + mixed], ["a=" + MD5 + ONE])[:2], (1, "changed     a\n"))
+        self.assertEqual(self.difference(["a=x"], ["a=y"])[:2], (1, "changed     a\n"))
+        self.assertEqual(self.difference(["a=x"], ["a=" + MD5 + ONE])[:2], (1, "rehashed    a\n"))
 
     def test_several_digests_of_one_name(self):
         both = ["a=" + MD5 + ONE, "a=" + GOST2012 + LONG]
         self.assertEqual(self.difference(both, both[::-1])[0], 0)
         # One digest less of one and the same content: nothing says that the file has changed.
-        self.assertEqual(self.difference(both, both[:1])[:2], (1, "rehashed  a\n"))
+        self.assertEqual(self.difference(both, both[:1])[:2], (1, "rehashed    a\n"))
         for other in (["a=" + MD5 + TWO], ["a=" + MD5 + TWO, both[1]], [both[0], "a=" + MD5 + TWO]):
-            self.assertEqual(self.difference(both, other)[:2], (1, "changed   a\n"), other)
-            self.assertEqual(self.difference(other, both)[:2], (1, "changed   a\n"), other)
+            self.assertEqual(self.difference(both, other)[:2], (1, "changed     a\n"), other)
+            self.assertEqual(self.difference(other, both)[:2], (1, "changed     a\n"), other)
 
     def test_a_name_that_is_listed_twice_alike_is_counted_once(self):
         self.assertEqual(self.difference(["a=" + MD5 + ONE] * 2, ["a=" + MD5 + ONE]),
@@ -110,7 +110,7 @@ class Options(CompareTest):
     def test_quiet_takes_the_summary_away(self):
         done = self.compare("--quiet", "old", "new")
         self.assertEqual((done.status, done.text, done.err),
-                         (1, "removed   gone\nchanged   b\nadded     n\n", b""))
+                         (1, "removed     gone\nchanged     b\nadded       n\n", b""))
 
     def test_json(self):
         done = self.compare("--json", "old", "new")
@@ -177,8 +177,8 @@ class Options(CompareTest):
 
     def test_colour_on_a_terminal(self):
         _, seen, _ = Terminal("compare", "--quiet", "old", "new").finish()
-        self.assertEqual(seen, b"\x1b[33mremoved   gone\x1b[0m\n\x1b[31mchanged   b\x1b[0m\n"
-                               b"\x1b[32madded     n\x1b[0m\n")
+        self.assertEqual(seen, b"\x1b[33mremoved     gone\x1b[0m\n\x1b[31mchanged     b\x1b[0m\n"
+                               b"\x1b[32madded       n\x1b[0m\n")
         _, seen, _ = Terminal("compare", "--json", "old", "new").finish()
         self.assertNotIn(b"\x1b", seen)
 
@@ -194,7 +194,7 @@ class Whole(CompareTest):
         self.run_tool("list", "-r", "-o", "new", "t")
         done = self.compare("old", "new")
         self.assertEqual((done.status, done.text),
-                         (1, "changed   t/7\nremoved   t/9\nadded     t/new\n"))
+                         (1, "changed     t/7\nremoved     t/9\nadded       t/new\n"))
         self.assertEqual(done.complaint,
                          "pelorik: compare: 48 unchanged, 1 changed, 1 removed, 1 added\n")
 
