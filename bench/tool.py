@@ -17,7 +17,7 @@ import time
 FILE_SIZE = 512 << 20
 SMALL_FILES = 100_000
 ROUNDS = 5
-ROAD_FLAGS = {"avx512f", "avx512bw", "avx512vl", "avx512_vbmi", "gfni"}
+ROAD_FLAGS = {"avx512f", "avx512bw", "avx512vl", "avx512vbmi", "gfni"}
 
 
 def own_tools(pelorik, portable):
