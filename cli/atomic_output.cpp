@@ -6,22 +6,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
-#include <memory>
 #include <unistd.h>
 
 namespace cli {
 
 namespace {
-
-struct Free {
-    void operator()(char* text) const { std::free(text); }
-};
-
-// `path` without symbolic links; empty when it leads nowhere.
-std::string resolved(const std::string& path) {
-    const std::unique_ptr<char, Free> text(::realpath(path.c_str(), nullptr));
-    return text ? std::string(text.get()) : std::string();
-}
 
 // With the slash; empty for the current directory.
 std::string directoryOf(const std::string& path) {
@@ -43,7 +32,8 @@ void requireRegular(const std::string& path) {
         throw Failure(path + ": is no regular file");
 }
 
-AtomicOutput::AtomicOutput(const std::string& path, bool toBeWritten) : path_(path), target_(path) {
+AtomicOutput::AtomicOutput(const std::string& path, bool toBeWritten)
+    : path_(path), target_(path), identity_(path) {
     struct stat link {};
     exists_ = ::stat(path.c_str(), &status_) == 0;
     // Links to pipes, as in /dev/fd, lead to no path; they are written to where they stand.
@@ -79,12 +69,6 @@ bool AtomicOutput::isInPlace() const {
 
 void AtomicOutput::fail(int errorNumber) const {
     throw Failure(path_, errorNumber);
-}
-
-bool AtomicOutput::replaces(const std::string& name, const struct stat& status) const {
-    // The inode alone would also leave out hard links, which keep the old content.
-    return exists_ && status.st_dev == status_.st_dev && status.st_ino == status_.st_ino &&
-           resolved(name) == resolved(target_);
 }
 
 void AtomicOutput::createTemporary() {

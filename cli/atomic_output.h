@@ -4,6 +4,7 @@
 #define PELORIK_CLI_ATOMIC_OUTPUT_H
 
 #include "cli/descriptor.h"
+#include "cli/file_identity.h"
 
 #include <functional>
 #include <string>
@@ -36,7 +37,9 @@ public:
     AtomicOutput& operator=(const AtomicOutput&) = delete;
 
     // True when `name`, whose status is given, leads to the file that will be replaced.
-    bool replaces(const std::string& name, const struct stat& status) const;
+    bool replaces(const std::string& name, const struct stat& status) const {
+        return identity_.isAt(name, status);
+    }
 
     // Makes `content` the target's content. Throws `Failure`, and `Interrupted` while it waits for
     // a pipe's reader; then the target is as before.
@@ -58,6 +61,7 @@ private:
 
     std::string path_;   // as the user gave it
     std::string target_; // where it leads to
+    FileIdentity identity_;
     bool exists_ = false;
     struct stat status_ {}; // of the target when it exists
     Descriptor file_;

@@ -6,10 +6,12 @@
 #include "cli/counts.h"
 #include "cli/exit_status.h"
 #include "cli/failure.h"
+#include "cli/file_identity.h"
 #include "cli/hash_list.h"
 #include "cli/interrupt.h"
 #include "cli/json_text.h"
 #include "cli/ordered_pool.h"
+#include "cli/unlisted.h"
 #include "cli/verdict.h"
 
 #include <algorithm>
@@ -37,7 +39,7 @@ constexpr std::array<StatusWords, kStatuses> kStatusWords = {{
     {"ok", "unchanged", Colour::kNone},
     {"changed", "changed", Colour::kRed},
     {"missing", "missing", Colour::kYellow},
-    {"denied", "denied", Colour::kYellow},
+    {"denied", "denied", Colour::kMagenta},
     {"error", "unreadable", Colour::kRed},
     {"unknown", "of no known algorithm", Colour::kRed},
 }};
@@ -54,6 +56,8 @@ struct CheckOptions {
     bool quiet = false;
     bool statusOnly = false;
     bool json = false;
+    std::vector<std::string> unlisted; // directories
+    std::vector<std::string> excludes;
     std::string list;
 };
 
@@ -67,13 +71,16 @@ unsigned usableProcessors() {
 
 void describe(CommandLine& line) {
     line.status(kDone, "every file of LIST was verified");
-    line.status(kFailed, "a file is not as listed, is missing or could not be read");
+    line.status(kFailed, "a file is not as listed, is missing, could not be read or, with "
+                         "--unlisted, is not listed");
     line.status(kTrouble, "wrong usage; LIST is missing, empty, malformed or could not be read to "
-                          "its end; with --ignore-missing nothing was verified at all; or standard "
+                          "its end; DIR is missing or no directory; with --ignore-missing nothing "
+                          "was verified at all; or standard "
                           "output could not be written");
     line.status(kInterrupted, "interrupted; the summary tells how far it came");
     line.examples("  pelorik check /root/client.list\n"
                   "  pelorik check -C /mnt/backup --ignore-missing --quiet srv.list\n"
+                  "  pelorik check --unlisted /srv --exclude '*.log' srv.list\n"
                   "  pelorik check --json srv.list | jq -r 'select(.status==\"changed\").name'\n");
 }
 
@@ -82,14 +89,15 @@ void refuseNonsense(const CheckOptions& options, std::size_t lists) {
         throw UsageError(lists == 0 ? "check against which LIST?" : "only one LIST can be checked");
     if (options.statusOnly && (options.quiet || options.json))
         throw UsageError("--status writes nothing: --quiet and --json make no sense beside it");
+    if (!options.excludes.empty() && options.unlisted.empty())
+        throw UsageError("--exclude says where --unlisted does not look, which is not used");
 }
 
 CheckOptions parseCheck(const Words& words) {
-    CommandLine line(
-        "check [-C DIR] [-j N] [--stop] [--ignore-missing] [--quiet|--status] [--json] "
-        "LIST|-",
-        "Checks files against the hash list LIST and reports those that are not as "
-        "listed, in the list's order. A summary goes to standard error.");
+    CommandLine line("check [-C DIR] [-j N] [--stop] [--ignore-missing] [--unlisted DIR]... "
+                     "[--exclude GLOB]... [--quiet|--status] [--json] LIST|-",
+                     "Checks files against the hash list LIST and reports those that are not as "
+                     "listed, in the list's order. A summary goes to standard error.");
     CheckOptions options;
     options.threads = usableProcessors();
     line.value("-C,--directory", "DIR", options.directory,
@@ -99,12 +107,19 @@ CheckOptions parseCheck(const Words& words) {
     line.flag("--stop", options.stop, "stop at the first file that is not as listed");
     line.flag("--ignore-missing", options.ignoreMissing,
               "files that do not exist do not count; but one at least must be verified");
+    line.values("--unlisted", "DIR", options.unlisted,
+                "then report the files under DIR that LIST does not name, of those that pelorik "
+                "list -r DIR would list; LIST itself is not one");
+    line.values("--exclude", "GLOB", options.excludes,
+                "do not look for unlisted files at names that match the whole of GLOB, where * "
+                "matches slashes, too; directories that match are not entered");
     line.flag("--quiet", options.quiet, "no summary");
     line.flag("--status", options.statusOnly, "write nothing but errors of usage");
-    line.flag("--json", options.json,
-              "one object a record, in the list's order, unchanged files too: name, status (ok, "
-              "changed, missing, denied, error, unknown), digest, error; then an object with "
-              "the summary");
+    line.flag(
+        "--json", options.json,
+        "one object a record, in the list's order, unchanged files too: name, status (ok, "
+        "changed, missing, denied, error, unknown, unlisted), digest, error; then an object with "
+        "the summary");
     describe(line);
     const std::vector<std::string> lists = line.parse(words);
     refuseNonsense(options, lists.size());
@@ -120,12 +135,13 @@ void putText(JsonObject& object, const char* key, const std::string& text) {
         object[key] = text;
 }
 
-std::string jsonOf(const FileHashPair& record, const Verdict& verdict) {
+std::string jsonOf(const std::string& name, const char* status, const std::string& digest,
+                   const std::string& error) {
     JsonObject object;
-    putName(object, "name", record.name);
-    object["status"] = wordsOf(verdict.status).inJson;
-    putText(object, "digest", digestFound(record, verdict));
-    putText(object, "error", verdict.error);
+    putName(object, "name", name);
+    object["status"] = status;
+    putText(object, "digest", digest);
+    putText(object, "error", error);
     return jsonLine(object);
 }
 
@@ -163,7 +179,8 @@ enum class End { kComplete, kStopped, kInterrupted };
 // Checks the records of one list and reports on them.
 class Check {
 public:
-    Check(const CheckOptions& options, std::vector<FileHashPair> records, Console& console);
+    Check(const CheckOptions& options, const FileIdentity& list, std::vector<FileHashPair> records,
+          Console& console);
 
     // Returns the exit status; does not return when threads are still at work that is of no use.
     int run();
@@ -174,6 +191,10 @@ private:
     void expectAll();
     End goThrough(Pool& pool);
     End goThroughOrLeave(Pool& pool);
+    End lookForUnlisted();
+    End lookForUnlistedUntilInterrupted();
+    Unlisted findUnlisted();
+    bool reportBeside(const std::string& line, const std::string& json, Colour colour);
     void idle();
     void report(const FileHashPair& record, const Verdict& verdict);
     bool counts(Status status) const;
@@ -183,16 +204,20 @@ private:
     int exitStatus(End end);
 
     const CheckOptions& options_;
+    const FileIdentity& list_;
     const std::vector<FileHashPair> records_;
     Console& console_;
     Tally tally_;
+    std::size_t unlisted_ = 0;
+    std::size_t unsearched_ = 0;
     Amount total_; // known only when the progress is shown
     Amount done_;
     std::uint64_t readBefore_ = 0;
 };
 
-Check::Check(const CheckOptions& options, std::vector<FileHashPair> records, Console& console)
-    : options_(options), records_(std::move(records)), console_(console) {
+Check::Check(const CheckOptions& options, const FileIdentity& list,
+             std::vector<FileHashPair> records, Console& console)
+    : options_(options), list_(list), records_(std::move(records)), console_(console) {
     if (options.statusOnly)
         console.progress().hide();
 }
@@ -218,7 +243,8 @@ bool Check::counts(Status status) const {
 
 void Check::report(const FileHashPair& record, const Verdict& verdict) {
     if (options_.json)
-        console_.print(jsonOf(record, verdict));
+        console_.print(jsonOf(record.name, wordsOf(verdict.status).inJson,
+                              digestFound(record, verdict), verdict.error));
     else if (counts(verdict.status) && !options_.statusOnly)
         console_.print(verdict.report, wordsOf(verdict.status).colour);
 }
@@ -268,6 +294,49 @@ End Check::goThroughOrLeave(Pool& pool) {
     }
 }
 
+// Prints what is found beside the records' own files; returns whether to go on.
+bool Check::reportBeside(const std::string& line, const std::string& json, Colour colour) {
+    if (options_.json)
+        console_.print(json);
+    else if (!options_.statusOnly)
+        console_.print(line, colour);
+    return !options_.stop;
+}
+
+Unlisted Check::findUnlisted() {
+    const bool silent = options_.quiet || options_.statusOnly;
+    return cli::findUnlisted(records_, list_,
+                             {options_.unlisted, options_.excludes, [&](const std::string& line) {
+                                  if (!silent)
+                                      console_.note(line);
+                              }});
+}
+
+End Check::lookForUnlisted() {
+    const Unlisted found = findUnlisted();
+    for (const auto& [name, why] : found.unsearched) {
+        ++unsearched_;
+        if (!reportBeside(unreadable(name, why).report, jsonOf(name, "error", "", why),
+                          wordsOf(Status::kError).colour))
+            return End::kStopped;
+    }
+    for (const std::string& name : found.names) {
+        ++unlisted_;
+        if (!reportBeside("Warning: File not listed: " + name + ".",
+                          jsonOf(name, "unlisted", "", ""), Colour::kYellow))
+            return End::kStopped;
+    }
+    return End::kComplete;
+}
+
+End Check::lookForUnlistedUntilInterrupted() {
+    try {
+        return lookForUnlisted();
+    } catch (const Interrupted&) {
+        return End::kInterrupted;
+    }
+}
+
 std::string Check::summary(End end) const {
     const std::string all = std::to_string(records_.size());
     std::string text = end == End::kInterrupted ? "interrupted: " : "";
@@ -278,6 +347,8 @@ std::string Check::summary(End end) const {
     std::vector<Count> counts;
     for (std::size_t i = 0; i < kStatuses; ++i)
         counts.push_back({tally_.of(static_cast<Status>(i)), kStatusWords[i].inSummary});
+    counts.push_back({unsearched_, "not searched"});
+    counts.push_back({unlisted_, "not listed"});
     return text + countsText(counts);
 }
 
@@ -287,6 +358,10 @@ std::string Check::jsonSummary(End end) const {
     counts["checked"] = tally_.all();
     for (std::size_t i = 0; i < kStatuses; ++i)
         counts[kStatusWords[i].inJson] = tally_.of(static_cast<Status>(i));
+    if (!options_.unlisted.empty()) {
+        counts["unsearched"] = unsearched_;
+        counts["unlisted"] = unlisted_;
+    }
     counts["complete"] = end == End::kComplete;
     JsonObject object;
     object["summary"] = counts;
@@ -309,7 +384,7 @@ int Check::exitStatus(End end) {
         if (counts(static_cast<Status>(i)) && tally_.of(static_cast<Status>(i)) > 0)
             return kFailed;
     }
-    return kDone;
+    return unlisted_ + unsearched_ > 0 ? kFailed : kDone;
 }
 
 int Check::run() {
@@ -317,7 +392,9 @@ int Check::run() {
     const std::size_t threads = std::min<std::size_t>(options_.threads, records_.size());
     Pool pool(records_.size(), threads,
               [this](std::size_t index) { return verify(records_[index], options_.stop); });
-    const End end = goThroughOrLeave(pool);
+    End end = goThroughOrLeave(pool);
+    if (end == End::kComplete && !options_.unlisted.empty())
+        end = lookForUnlistedUntilInterrupted();
     console_.progress().erase();
     summarise(end);
     const int status = exitStatus(end);
@@ -335,9 +412,11 @@ void enter(const std::string& directory) {
 
 int check(const CheckOptions& options, Console& console) {
     std::vector<FileHashPair> records = readHashList(options.list);
+    const FileIdentity list(options.list == "-" ? "/dev/stdin" : options.list);
     if (options.directory)
         enter(*options.directory);
-    return Check(options, std::move(records), console).run();
+    requireDirectories(options.unlisted);
+    return Check(options, list, std::move(records), console).run();
 }
 
 } // namespace

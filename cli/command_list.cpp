@@ -146,7 +146,8 @@ void Listing::find() {
     const auto isOutput = [this](const std::string& name, const struct stat& status) {
         return output_ ? output_->replaces(name, status) : isStandardOutput(status);
     };
-    Walk walk({options_.recursive, options_.excludes, isOutput}, console_);
+    const auto note = [this](const std::string& line) { console_.note(line); };
+    Walk walk({options_.recursive, options_.excludes, isOutput, note, nullptr});
     for (const std::string& path : paths)
         walk.add(path);
     files_ = walk.files();

@@ -158,7 +158,8 @@ void Update::findNewFiles() {
     const auto leaveOut = [&](const std::string& name, const struct stat& status) {
         return output_.replaces(name, status) || !known.insert(name).second;
     };
-    Walk walk({options_.recursive, options_.excludes, leaveOut}, console_);
+    const auto note = [this](const std::string& line) { console_.note(line); };
+    Walk walk({options_.recursive, options_.excludes, leaveOut, note, nullptr});
     for (const std::string& path : options_.paths)
         walk.add(path);
     newFiles_ = walk.files();

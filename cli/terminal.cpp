@@ -100,6 +100,8 @@ const char* codeOf(Colour colour) {
         return "\033[33m";
     case Colour::kGreen:
         return "\033[32m";
+    case Colour::kMagenta:
+        return "\033[35m";
     default:
         return "";
     }

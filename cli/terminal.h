@@ -9,7 +9,7 @@
 
 namespace cli {
 
-enum class Colour { kNone, kRed, kYellow, kGreen };
+enum class Colour { kNone, kRed, kYellow, kGreen, kMagenta };
 
 bool isTerminal(int descriptor);
 

@@ -57,10 +57,6 @@ bool givesFewerBytes(const std::string& name) {
     return ::pread(file.get(), &last, 1, status.st_size - 1) == 0;
 }
 
-Verdict unreadable(const std::string& name, const std::string& why) {
-    return {Status::kError, "Error: File cannot be read: " + name + " [" + why + "].", why, 0};
-}
-
 Status statusOf(const HashFileChecker::Statistics& counted) {
     if (counted.notFound > 0)
         return Status::kMissing;
@@ -85,6 +81,10 @@ std::string errorOf(Status status) {
 }
 
 } // namespace
+
+Verdict unreadable(const std::string& name, const std::string& why) {
+    return {Status::kError, "Error: File cannot be read: " + name + " [" + why + "].", why, 0};
+}
 
 Verdict verify(const FileHashPair& record, bool stop) {
     std::uint64_t size = 0;

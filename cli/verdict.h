@@ -26,6 +26,9 @@ struct Verdict {
 // library is told that the first problem will be the last.
 Verdict verify(const HashFileChecker::FileHashPair& record, bool stop);
 
+// For a file that cannot be read, and the reason.
+Verdict unreadable(const std::string& name, const std::string& why);
+
 // The digest that a file was found to have: as listed when it matches, else the computed one; empty
 // when there is none.
 std::string digestFound(const HashFileChecker::FileHashPair& record, const Verdict& verdict);

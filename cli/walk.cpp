@@ -38,7 +38,15 @@ int readEntries(const std::string& path, std::vector<std::string>& entries) {
 
 } // namespace
 
-Walk::Walk(Options options, Console& console) : options_(std::move(options)), console_(console) {}
+Walk::Walk(Options options) : options_(std::move(options)) {}
+
+void Walk::addUnreadable(const std::string& name, int error) {
+    if (options_.onUnreadable)
+        options_.onUnreadable(name, errorText(error));
+    else
+        options_.note(name + ": " + errorText(error));
+    ++unreadable_;
+}
 
 bool Walk::isExcluded(const std::string& name) const {
     return std::any_of(
@@ -50,8 +58,7 @@ bool Walk::look(const std::string& name, struct stat& status, bool followLink) {
     const int result = followLink ? ::stat(name.c_str(), &status) : ::lstat(name.c_str(), &status);
     if (result == 0)
         return true;
-    console_.note(name + ": " + errorText(errno));
-    ++unreadable_;
+    addUnreadable(name, errno);
     return false;
 }
 
@@ -65,14 +72,14 @@ void Walk::add(const std::string& name) {
     } else if (options_.recursive) {
         walkDirectory(name);
     } else {
-        console_.note(name + ": " + errorText(EISDIR) + " (-r lists the files in it)");
+        options_.note(name + ": " + errorText(EISDIR) + " (-r lists the files in it)");
         ++refusedDirectories_;
     }
 }
 
 void Walk::addFile(const std::string& name, const struct stat& status) {
     if (!S_ISREG(status.st_mode))
-        console_.note(name + ": skipped: not a regular file");
+        options_.note(name + ": skipped: not a regular file");
     else if (!options_.leaveOut(name, status))
         files_.push_back({name, static_cast<std::uint64_t>(status.st_size)});
 }
@@ -80,10 +87,8 @@ void Walk::addFile(const std::string& name, const struct stat& status) {
 void Walk::openDirectory(const std::string& path, std::vector<Directory>& open) {
     Directory directory{path.ends_with('/') ? path : path + '/', {}};
     const int error = readEntries(path, directory.entries);
-    if (error != 0) {
-        console_.note(path + ": " + errorText(error));
-        ++unreadable_;
-    }
+    if (error != 0)
+        addUnreadable(path, error);
     // std::string compares as unsigned bytes.
     std::sort(directory.entries.begin(), directory.entries.end(), std::greater<>());
     open.push_back(std::move(directory));
@@ -122,7 +127,7 @@ void Walk::walkDirectory(const std::string& path) {
 
 void Walk::noteUnfollowedLinks() const {
     if (unfollowedLinks_ > 0)
-        console_.note(std::to_string(unfollowedLinks_) +
+        options_.note(std::to_string(unfollowedLinks_) +
                       " symbolic links to directories not followed");
 }
 

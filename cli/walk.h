@@ -26,9 +26,13 @@ public:
         std::vector<std::string> excludes; // globs, matched against the whole name
         // True for a file that is to be left out without a word.
         std::function<bool(const std::string& name, const struct stat& status)> leaveOut;
+        // Gets a line on what was skipped; by default nobody does.
+        std::function<void(const std::string& line)> note = [](const std::string&) {};
+        // Gets the names that could not be looked at; by default they are noted.
+        std::function<void(const std::string& name, const std::string& why)> onUnreadable;
     };
 
-    Walk(Options options, Console& console);
+    explicit Walk(Options options);
 
     // Adds the file `name`, or the files under the directory `name`: entries in the order of their
     // bytes, symbolic links to files followed, those to directories not (but `name` itself is).
@@ -37,7 +41,7 @@ public:
 
     const std::vector<FoundFile>& files() const { return files_; }
 
-    // Names that could not be looked at; each has been noted.
+    // Names that could not be looked at.
     std::size_t unreadable() const { return unreadable_; }
 
     // Notes how many symbolic links to directories were met on the way, if any.
@@ -57,10 +61,10 @@ private:
     void addEntry(const std::string& name, std::vector<Directory>& open);
     void addFile(const std::string& name, const struct stat& status);
     bool look(const std::string& name, struct stat& status, bool followLink);
+    void addUnreadable(const std::string& name, int error);
     void openDirectory(const std::string& path, std::vector<Directory>& open);
 
     Options options_;
-    Console& console_;
     std::vector<FoundFile> files_;
     std::size_t unreadable_ = 0;
     std::size_t unfollowedLinks_ = 0;

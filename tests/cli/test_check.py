@@ -457,5 +457,164 @@ class Json(CheckTest):
         self.assertEqual(self.check("--json", "--quiet", "list").out, self.check("--json", "list").out)
 
 
+class NotListed(CheckTest):
+    """--unlisted: what pelorik list -r would list and the list does not name."""
+
+    def setUp(self):
+        super().setUp()
+        self.write("t/a", b"1")
+        self.write("t/sub/b", b"2")
+        self.lines = record("t/a", b"1") + record("t/sub/b", b"2")
+        self.listed(self.lines)
+
+    def test_nothing_to_report(self):
+        done = self.check("--unlisted", "t", "list")
+        self.assertEqual((done.status, done.out, done.complaint),
+                         (0, b"", "pelorik: check: 2 checked: 2 unchanged\n"))
+
+    def test_each_file_that_is_not_named_is_reported_and_gives_status_1(self):
+        self.write("t/z")
+        self.write("t/A")
+        self.write("t/sub/\u00e9")
+        self.write("other/file")
+        done = self.check("--unlisted", "t", "list")
+        self.assertEqual((done.status, done.text), (1, "Warning: File not listed: t/A.\n"
+                                                       "Warning: File not listed: t/sub/\u00e9.\n"
+                                                       "Warning: File not listed: t/z.\n"))
+        self.assertEqual(done.complaint, "pelorik: check: 2 checked: 2 unchanged, 3 not listed\n")
+        self.assertEqual(self.check("list").status, 0)
+
+    def test_they_come_behind_the_reports_on_the_records(self):
+        self.write("t/a", b"other")
+        self.write("t/z")
+        done = self.check("--unlisted", "t", "list")
+        self.assertEqual([line.split(":")[0] for line in done.text.splitlines()],
+                         ["File changed", "Warning"])
+        self.assertEqual(done.complaint,
+                         "pelorik: check: 2 checked: 1 unchanged, 1 changed, 1 not listed\n")
+
+    def test_several_directories(self):
+        self.write("u/x")
+        self.write("t/y")
+        done = self.check("--unlisted", "u", "--unlisted", "t", "list")
+        self.assertEqual(done.text, "Warning: File not listed: u/x.\nWarning: File not listed: t/y.\n")
+
+    def test_other_spellings_of_a_name_are_the_same_name(self):
+        for directory in ("./t", "t/", ".//t/.", os.path.abspath("t"), os.path.abspath(".") + "/./t"):
+            self.assertEqual(self.check("--unlisted", directory, "list").status, 0, directory)
+        self.listed(record(os.path.abspath("t/a"), b"1"), record("./t//sub/./b", b"2"))
+        self.assertEqual(self.check("--unlisted", "t", "list").status, 0)
+
+    def test_other_ways_to_a_file_are_other_names(self):
+        # A link may lead elsewhere tomorrow, and ".." behind it, too.
+        os.symlink("t", "link")
+        os.link("t/a", "t/hard")
+        done = self.check("--unlisted", "t", "--unlisted", "link", "list")
+        self.assertEqual(done.text, "Warning: File not listed: t/hard.\n"
+                                    "Warning: File not listed: link/a.\n"
+                                    "Warning: File not listed: link/hard.\n"
+                                    "Warning: File not listed: link/sub/b.\n")
+        self.assertEqual(self.check("--unlisted", "t/sub/../sub", "list").text,
+                         "Warning: File not listed: t/sub/../sub/b.\n")
+
+    def test_with_c_the_directory_is_looked_for_from_there(self):
+        self.write("d/f", b"1")
+        self.write("d/more", b"1")
+        self.listed(record("f", b"1"))
+        done = self.check("-C", "d", "--unlisted", ".", "list")
+        self.assertEqual((done.status, done.text), (1, "Warning: File not listed: ./more.\n"))
+
+    def test_the_list_itself_is_none(self):
+        os.rename("list", "t/list")
+        self.assertEqual(self.check("--unlisted", "t", "t/list").status, 0)
+        self.assertEqual(self.check("-C", ".", "--unlisted", "t", os.path.abspath("t/list")).status, 0)
+        with open("t/list", "rb") as stdin:
+            done = subprocess.run([TOOL, "check", "--unlisted", "t", "-"], stdin=stdin, env=environment(),
+                                  capture_output=True)
+        self.assertEqual((done.returncode, done.stdout), (0, b""))
+        os.link("t/list", "t/copy")
+        self.assertEqual(self.check("--unlisted", "t", "t/list").text,
+                         "Warning: File not listed: t/copy.\n")
+
+    def test_exclude_takes_globs_as_list_does(self):
+        self.write("t/x.log")
+        self.write("t/cache/x")
+        self.write("t/c")
+        done = self.check("--unlisted", "t", "--exclude", "*.log", "--exclude", "t/cache", "list")
+        self.assertEqual((done.status, done.text), (1, "Warning: File not listed: t/c.\n"))
+        # It has nothing to do with what is listed.
+        self.write("t/a", b"other")
+        done = self.check("--unlisted", "t", "--exclude", "*", "list")
+        self.assertEqual((done.status, done.text.split(":")[0]), (1, "File changed"))
+
+    def test_exclude_alone_is_an_error_of_usage(self):
+        self.assert_refused(self.check("--exclude", "x", "list"), "--unlisted", "pelorik check --help")
+
+    def test_what_list_skips_is_skipped_with_a_word(self):
+        os.mkfifo("t/pipe")
+        os.symlink("sub", "t/link")
+        done = self.check("--unlisted", "t", "list")
+        self.assertEqual((done.status, done.out), (0, b""))
+        self.assertEqual(done.complaint.splitlines(), [
+            "pelorik: check: t/pipe: skipped: not a regular file",
+            "pelorik: check: 1 symbolic links to directories not followed",
+            "pelorik: check: 2 checked: 2 unchanged"])
+        self.assertEqual(self.check("--quiet", "--unlisted", "t", "list").err, b"")
+
+    def test_a_directory_that_cannot_be_searched_and_a_link_that_leads_nowhere(self):
+        self.write("t/secret/f")
+        os.chmod("t/secret", 0)
+        os.symlink("nowhere", "t/broken")
+        done = self.run_unprivileged("check", "--unlisted", "t", "list")
+        self.assertEqual((done.status, done.text), (
+            1, "Error: File cannot be read: t/broken [No such file or directory].\n"
+               "Error: File cannot be read: t/secret [Permission denied].\n"))
+        self.assertEqual(done.complaint, "pelorik: check: 2 checked: 2 unchanged, 2 not searched\n")
+
+    def test_a_listed_link_that_leads_nowhere_is_told_once(self):
+        os.symlink("nowhere", "t/broken")
+        self.listed(self.lines, record("t/broken", b""))
+        done = self.check("--unlisted", "t", "list")
+        self.assertEqual(done.text, "Warning: File not found: t/broken.\n")
+
+    def test_what_is_no_directory_is_status_2_before_anything_is_checked(self):
+        self.assert_refused(self.check("--unlisted", "missing", "list"),
+                            "check: missing: No such file or directory")
+        self.assert_refused(self.check("--unlisted", "t/a", "list"), "check: t/a: Not a directory")
+        self.assert_refused(self.check("--unlisted", "", "list"), "check: : No such file")
+
+    def test_stop_ends_at_the_first(self):
+        self.write("t/x")
+        self.write("t/y")
+        done = self.check("--stop", "--unlisted", "t", "list")
+        self.assertEqual((done.status, done.text), (1, "Warning: File not listed: t/x.\n"))
+        self.write("t/a", b"other")
+        done = self.check("--stop", "--unlisted", "t", "list")
+        self.assertEqual((done.status, done.text.count("\n"), done.text[:12]), (1, 1, "File changed"))
+
+    def test_status_writes_nothing(self):
+        self.write("t/x")
+        os.mkfifo("t/pipe")
+        done = self.check("--status", "--unlisted", "t", "list")
+        self.assertEqual((done.status, done.out, done.err), (1, b"", b""))
+
+    def test_json(self):
+        self.write("t/x")
+        os.symlink("nowhere", "t/broken")
+        done = self.check("--json", "--quiet", "--unlisted", "t", "list")
+        self.assertEqual((done.status, done.err), (1, b""))
+        self.assertEqual([json.loads(line) for line in done.text.splitlines()][2:], [
+            {"name": "t/broken", "status": "error", "digest": None, "error": "No such file or directory"},
+            {"name": "t/x", "status": "unlisted", "digest": None, "error": None},
+            {"summary": {"records": 2, "checked": 2, "ok": 2, "changed": 0, "missing": 0, "denied": 0,
+                         "error": 0, "unknown": 0, "unsearched": 1, "unlisted": 1, "complete": True}}])
+
+    def test_a_fresh_list_of_a_tree_leaves_nothing_unlisted(self):
+        for i in range(300):
+            self.write("t/%d/%d" % (i % 7, i), b"%d" % i)
+        self.run_tool("list", "-r", "-o", "t/out", "t")
+        self.assertEqual(self.check("--unlisted", "t", "t/out").status, 0)
+
+
 if __name__ == "__main__":
     sys.exit(unittest.main())

@@ -35,7 +35,7 @@ class Help(ToolTest):
             "list": ["-a, --algorithm", "-r, --recursive", "--exclude", "--files-from", "-0, --null",
                      "--keep-going", "-o, --output", "PATH..."],
             "check": ["-C, --directory", "-j, --jobs", "--stop", "--ignore-missing", "--quiet",
-                      "--status", "--json", "LIST|-"],
+                      "--status", "--json", "--unlisted DIR", "--exclude GLOB", "LIST|-"],
             "compare": ["--quiet", "--json", "OLD|- NEW|-"]}
         for command, names in options.items():
             text = self.run_tool(command, "-h").text

@@ -9,8 +9,8 @@ import sys
 import time
 import unittest
 
-from tool import (MD5, TOOL, SlowWriter, Terminal, ToolTest, await_open, await_running, environment, md5,
-                  screen)
+from tool import (MD5, TOOL, SlowWriter, Terminal, ToolTest, await_open, await_running, drop_root,
+                  environment, md5, screen, tool_for_anybody)
 
 NASTY = b"a\x1b[31m\x07\x7f\xc2\x9b\xe2\x80\xae\xff\xc3\xa9\t"
 SHOWN = b"a\\x1b[31m\\x07\\x7f\\xc2\\x9b\\xe2\\x80\\xae\\xff\xc3\xa9\\t"
@@ -87,6 +87,16 @@ class Colour(ToolTest):
         _, seen, _ = Terminal("check", "--quiet", "list").finish()
         self.assertRegex(seen, rb"\A\x1b\[31mFile changed: [^\n]*\x1b\[0m\n"
                                rb"\x1b\[33mWarning: File not found: gone\.\x1b\[0m\n\Z")
+
+    def test_each_outcome_has_its_own(self):
+        self.write("secret")
+        os.chmod("secret", 0)
+        self.write("list", record("secret", b""))
+        with tool_for_anybody() as tool:
+            drop = drop_root if os.getuid() == 0 else None
+            _, seen, _ = Terminal("check", "--quiet", "list", tool=tool, preexec_fn=drop,
+                                  LLVM_PROFILE_FILE="/dev/null").finish()
+        self.assertEqual(seen, b"\x1b[35mWarning: File access denied: secret.\x1b[0m\n")
 
     def test_json_has_none(self):
         _, seen, _ = Terminal("check", "--json", "list").finish()

@@ -1,5 +1,6 @@
 """Runs the built tool as a user does: through pipes, on a pseudo-terminal, with and without rights."""
 
+import contextlib
 import ctypes
 import ctypes.util
 import glob
@@ -148,6 +149,19 @@ def drop_root():
     os.setuid(NOBODY)
 
 
+@contextlib.contextmanager
+def tool_for_anybody():
+    """A copy of the tool: the build tree may lie where somebody without rights cannot go."""
+    copies = tempfile.mkdtemp(prefix="pelorik-tool-")
+    try:
+        os.chmod(copies, 0o755)
+        for library in glob.glob(os.path.join(os.path.dirname(TOOL), "libpelorikutil.so.*")):
+            shutil.copy(library, copies)
+        yield shutil.copy(TOOL, copies)
+    finally:
+        shutil.rmtree(copies)
+
+
 class ToolTest(unittest.TestCase):
     """Each test works in a directory of its own, which is the current one."""
 
@@ -181,17 +195,9 @@ class ToolTest(unittest.TestCase):
         """Runs the tool as somebody who may not read everything, also when the tests run as root."""
         if os.getuid() != 0:
             return self.run_tool(*words, **options)
-        # The build tree may lie where that somebody cannot go.
-        copies = tempfile.mkdtemp(prefix="pelorik-tool-")
-        try:
-            os.chmod(copies, 0o755)
-            tool = shutil.copy(TOOL, copies)
-            for library in glob.glob(os.path.join(os.path.dirname(TOOL), "libpelorikutil.so.*")):
-                shutil.copy(library, copies)
+        with tool_for_anybody() as tool:
             return self.run_tool(*words, tool=tool, preexec_fn=drop_root,
                                  env=environment(LLVM_PROFILE_FILE="/dev/null"), **options)
-        finally:
-            shutil.rmtree(copies)
 
     def assert_refused(self, outcome, *texts):
         """Status 2, nothing on standard output, and one line on standard error with `texts`."""
@@ -218,13 +224,14 @@ class ToolTest(unittest.TestCase):
 class Terminal:
     """A child whose standard output, error or both are a pseudo-terminal."""
 
-    def __init__(self, *words, out=True, err=True, columns=80, stdin=subprocess.DEVNULL, **changes):
+    def __init__(self, *words, out=True, err=True, columns=80, stdin=subprocess.DEVNULL, tool=TOOL,
+                 preexec_fn=None, **changes):
         self.master, slave = pty.openpty()
         tty.setraw(slave)
         termios.tcsetwinsize(slave, (24, columns))
         changes.setdefault("TERM", "xterm")
         self.child = subprocess.Popen(
-            [TOOL, *words], stdin=stdin, env=environment(**changes),
+            [tool, *words], stdin=stdin, env=environment(**changes), preexec_fn=preexec_fn,
             stdout=slave if out else subprocess.PIPE, stderr=slave if err else subprocess.PIPE)
         os.close(slave)
         self.seen = b""

@@ -1,0 +1,72 @@
+#include "cli/unlisted.h"
+
+#include "cli/failure.h"
+#include "cli/walk.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <sys/stat.h>
+#include <unordered_set>
+
+namespace cli {
+
+namespace {
+
+// The names of records, as paths from the root.
+class ListedNames {
+public:
+    explicit ListedNames(const std::vector<HashFileChecker::FileHashPair>& records)
+        : current_(resolved(".")) {
+        for (const HashFileChecker::FileHashPair& record : records)
+            paths_.insert(fromRoot(record.name));
+    }
+
+    bool has(const std::string& name) const { return paths_.count(fromRoot(name)) > 0; }
+
+private:
+    std::string fromRoot(const std::string& name) const {
+        std::string path = name.starts_with('/') ? "" : current_;
+        for (const std::filesystem::path& part : std::filesystem::path(name)) {
+            if (!part.empty() && part != "." && part != "/")
+                path += "/" + part.native();
+        }
+        return path;
+    }
+
+    std::string current_;
+    std::unordered_set<std::string> paths_;
+};
+
+} // namespace
+
+void requireDirectories(const std::vector<std::string>& directories) {
+    for (const std::string& directory : directories) {
+        struct stat status {};
+        if (::stat(directory.c_str(), &status) != 0)
+            throw Failure(directory, errno);
+        if (!S_ISDIR(status.st_mode))
+            throw Failure(directory, ENOTDIR);
+    }
+}
+
+Unlisted findUnlisted(const std::vector<HashFileChecker::FileHashPair>& records,
+                      const FileIdentity& list, const UnlistedOptions& options) {
+    Unlisted found;
+    const ListedNames listed(records);
+    const auto leaveOut = [&](const std::string& name, const struct stat& status) {
+        return listed.has(name) || list.isAt(name, status);
+    };
+    const auto onUnreadable = [&](const std::string& name, const std::string& why) {
+        if (!listed.has(name))
+            found.unsearched.push_back({name, why});
+    };
+    Walk walk({true, options.excludes, leaveOut, options.note, onUnreadable});
+    for (const std::string& directory : options.directories)
+        walk.add(directory);
+    walk.noteUnfollowedLinks();
+    for (const FoundFile& file : walk.files())
+        found.names.push_back(file.name);
+    return found;
+}
+
+} // namespace cli
