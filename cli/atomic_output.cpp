@@ -58,11 +58,6 @@ void AtomicOutput::requirePermission() const {
         fail(errno);
 }
 
-AtomicOutput::~AtomicOutput() {
-    if (!temporary_.empty())
-        ::unlink(temporary_.c_str());
-}
-
 bool AtomicOutput::isInPlace() const {
     return exists_ && !S_ISREG(status_.st_mode);
 }
@@ -112,6 +107,16 @@ void AtomicOutput::commit(std::string_view content, const Inspect& inspect) {
         write(content);
         return;
     }
+    const SignalsBlocked blocked;
+    try {
+        replace(content, inspect);
+    } catch (...) {
+        removeTemporary();
+        throw;
+    }
+}
+
+void AtomicOutput::replace(std::string_view content, const Inspect& inspect) {
     createTemporary();
     write(content);
     if (inspect)
@@ -119,6 +124,11 @@ void AtomicOutput::commit(std::string_view content, const Inspect& inspect) {
     if (::rename(temporary_.c_str(), target_.c_str()) != 0)
         fail(errno);
     temporary_.clear();
+}
+
+void AtomicOutput::removeTemporary() {
+    if (!temporary_.empty())
+        ::unlink(temporary_.c_str());
 }
 
 } // namespace cli

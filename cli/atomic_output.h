@@ -22,6 +22,8 @@ void requireRegular(const std::string& path);
 // A target that is a symbolic link stays one: the file that it leads to is replaced. Permissions of
 // a file that is replaced are kept, and its owner where that is allowed. A target that exists and
 // is no regular file (a pipe, /dev/null) is written to in place.
+//
+// Signals that would end the process wait while there is a temporary file, so that none is left.
 class AtomicOutput {
 public:
     // Finds out early what would stop `commit`. Throws `Failure`.
@@ -31,15 +33,16 @@ public:
     // needs no permission.
     AtomicOutput(const std::string& path, bool toBeWritten);
 
-    // Removes the temporary file of an output that was not committed.
-    ~AtomicOutput();
-    AtomicOutput(const AtomicOutput&) = delete;
-    AtomicOutput& operator=(const AtomicOutput&) = delete;
-
     // True when `name`, whose status is given, leads to the file that will be replaced.
     bool replaces(const std::string& name, const struct stat& status) const {
         return identity_.isAt(name, status);
     }
+
+    // The file that will be replaced: where `path` leads to.
+    const std::string& target() const { return target_; }
+
+    // True when there is something that is written to instead of being replaced.
+    bool isInPlace() const;
 
     // Makes `content` the target's content. Throws `Failure`, and `Interrupted` while it waits for
     // a pipe's reader; then the target is as before.
@@ -51,8 +54,9 @@ public:
     void commit(std::string_view content, const Inspect& inspect);
 
 private:
-    bool isInPlace() const;
     void createTemporary();
+    void removeTemporary();
+    void replace(std::string_view content, const Inspect& inspect);
     void openInPlace();
     void write(std::string_view content);
     void keepOwnership() const;

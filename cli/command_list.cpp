@@ -11,9 +11,11 @@
 #include "cli/interrupt.h"
 #include "cli/lines.h"
 #include "cli/listed_file.h"
+#include "cli/partial_list.h"
 #include "cli/walk.h"
 
 #include <algorithm>
+#include <ctime>
 #include <optional>
 #include <sstream>
 #include <sys/stat.h>
@@ -32,7 +34,8 @@ struct ListOptions {
     std::optional<std::string> filesFrom;
     bool zeroSeparated = false;
     bool keepGoing = false;
-    std::optional<std::string> out;
+    std::optional<std::string> out; // never "-"
+    bool resume = false;
     std::vector<std::string> paths;
 };
 
@@ -41,9 +44,13 @@ void describe(CommandLine& line) {
     line.status(kFailed, "with --keep-going: the list lacks files that could not be read");
     line.status(kTrouble, "nothing was written: wrong usage, a file that could not be read, a name "
                           "that a list cannot hold, nothing to list; or writing failed");
-    line.status(kInterrupted, "interrupted; nothing was written");
+    line.status(kInterrupted,
+                "interrupted by SIGINT; nothing was written but, with -o, OUT.partial. "
+                "The same goes for SIGTERM and SIGHUP, which end the command "
+                "themselves then");
     line.examples("  pelorik list -r -o /root/client.list /opt/PELORIKclient\n"
                   "  pelorik list -r --exclude '*.log' --exclude '*/cache' /srv > srv.list\n"
+                  "  pelorik list -r --resume -o disk.list /srv\n"
                   "  find . -type f -print0 | pelorik list --files-from - -0\n");
 }
 
@@ -64,11 +71,15 @@ void declare(CommandLine& line, ListOptions& options, std::optional<std::string>
         "-o,--output", "OUT", options.out,
         "write to OUT, which is replaced as a whole; it is never listed itself, nor is a file "
         "that standard output goes to without this option");
+    line.flag("--resume", options.resume,
+              "go on from OUT.partial, which an interrupted run leaves: of the files in it only "
+              "those are hashed again that have changed since. Without this option it is begun "
+              "anew; once OUT is written it is removed");
 }
 
 ListOptions parseList(const Words& words) {
     CommandLine line("list [-a ALG] [-r] [--exclude GLOB]... [--files-from LIST|-] [-0] "
-                     "[--keep-going] [-o OUT] PATH...",
+                     "[--keep-going] [--resume] [-o OUT] PATH...",
                      "Writes a hash list of the files PATH, under the names as they are given.");
     ListOptions options;
     std::optional<std::string> algorithm;
@@ -76,6 +87,10 @@ ListOptions parseList(const Words& words) {
     describe(line);
     options.paths = line.parse(words);
     options.algorithm = algorithmNamed(algorithm.value_or(kDefaultAlgorithm));
+    if (options.out == "-")
+        options.out.reset();
+    if (options.resume && !options.out)
+        throw UsageError("--resume goes on with the list of -o OUT, which is not used");
     if (options.paths.empty() && !options.filesFrom)
         throw UsageError("nothing to list: name a PATH, or use --files-from");
     if (options.zeroSeparated && !options.filesFrom)
@@ -105,11 +120,7 @@ bool isStandardOutput(const struct stat& status) {
 // Makes one list. The steps are taken in order; each throws `Failure` when it ends the command.
 class Listing {
 public:
-    Listing(const ListOptions& options, Console& console)
-        : options_(options), console_(console), digester_({options.algorithm}) {
-        if (options.out && *options.out != "-")
-            output_.emplace(*options.out);
-    }
+    Listing(const ListOptions& options, Console& console);
 
     void find();
     void refuseUnsafeNames() const;
@@ -117,9 +128,13 @@ public:
     void write();
 
     bool lacksFiles() const { return unreadable_ > 0; }
-    std::string progressSoFar() const;
+
+    // Keeps what is there to go on from, and tells so.
+    void giveUp();
 
 private:
+    bool isLeftOut(const std::string& name, const struct stat& status) const;
+    std::string digestOf(const FoundFile& file);
     bool hashFile(const FoundFile& file, bool justOpen);
     void expectAll();
     void stopIfUnreadable() const;
@@ -128,10 +143,25 @@ private:
     Console& console_;
     Digester digester_;
     std::optional<AtomicOutput> output_;
+    std::optional<PartialList> partial_;
+    std::size_t resumed_ = 0; // files that were hashed before
     std::vector<FoundFile> files_;
     std::list<HashFileChecker::HashPair> pairs_;
     std::size_t unreadable_ = 0;
 };
+
+Listing::Listing(const ListOptions& options, Console& console)
+    : options_(options), console_(console), digester_({options.algorithm}) {
+    if (!options.out)
+        return;
+    output_.emplace(*options.out);
+    if (!output_->isInPlace())
+        partial_.emplace(output_->target(), options.algorithm);
+    else if (options.resume)
+        throw Failure(*options.out + ": is no regular file, so that there is nothing to resume");
+    if (options.resume)
+        partial_->resume();
+}
 
 void Listing::stopIfUnreadable() const {
     if (unreadable_ > 0 && !options_.keepGoing)
@@ -139,15 +169,21 @@ void Listing::stopIfUnreadable() const {
                       " could not be read (--keep-going lists the others)");
 }
 
+bool Listing::isLeftOut(const std::string& name, const struct stat& status) const {
+    if (!output_)
+        return isStandardOutput(status);
+    return output_->replaces(name, status) || (partial_ && partial_->isAt(name, status));
+}
+
 void Listing::find() {
     std::vector<std::string> paths = options_.paths;
     if (options_.filesFrom)
         addPathsFrom(options_, paths);
-    const auto isOutput = [this](const std::string& name, const struct stat& status) {
-        return output_ ? output_->replaces(name, status) : isStandardOutput(status);
+    const auto leaveOut = [this](const std::string& name, const struct stat& status) {
+        return isLeftOut(name, status);
     };
     const auto note = [this](const std::string& line) { console_.note(line); };
-    Walk walk({options_.recursive, options_.excludes, isOutput, note, nullptr});
+    Walk walk({options_.recursive, options_.excludes, leaveOut, note, nullptr});
     for (const std::string& path : paths)
         walk.add(path);
     files_ = walk.files();
@@ -172,12 +208,30 @@ void Listing::expectAll() {
     console_.progress().expect(total);
 }
 
+std::string Listing::digestOf(const FoundFile& file) {
+    const std::time_t opened = std::time(nullptr);
+    ListedFile listed(file.name);
+    if (!partial_)
+        return listed.digest(digester_, console_.progress());
+    std::string digest = partial_->digestOf(file.name, listed.status());
+    if (!digest.empty()) {
+        ++resumed_;
+        console_.progress().addBytes(file.size);
+        return digest;
+    }
+    partial_->expect(file.size);
+    digest = listed.digest(digester_, console_.progress());
+    partial_->add(file.name, listed.status(), opened, digest);
+    return digest;
+}
+
 // Returns false, with a note, when the file cannot be listed.
 bool Listing::hashFile(const FoundFile& file, bool justOpen) {
     try {
-        ListedFile listed(file.name);
-        if (!justOpen)
-            pairs_.push_back({file.name, listed.digest(digester_, console_.progress())});
+        if (justOpen)
+            ListedFile(file.name);
+        else
+            pairs_.push_back({file.name, digestOf(file)});
         return true;
     } catch (const Unlistable& refused) {
         console_.note(file.name + ": " + refused.why);
@@ -196,6 +250,9 @@ void Listing::hash() {
         console_.progress().addFile();
     }
     stopIfUnreadable();
+    if (partial_ && partial_->isResumed())
+        console_.note("resumed: " + std::to_string(resumed_) + " of " +
+                      std::to_string(files_.size()) + " files were hashed before");
     if (pairs_.empty())
         throw Failure("nothing to list: no file could be read");
 }
@@ -206,6 +263,8 @@ void Listing::write() {
     HashFileChecker::PrintHashes(pairs_, text);
     if (output_) {
         output_->commit(text.view());
+        if (partial_)
+            partial_->remove();
         return;
     }
     std::istringstream lines(std::move(text).str());
@@ -213,21 +272,29 @@ void Listing::write() {
         console_.print(line);
 }
 
-std::string Listing::progressSoFar() const {
-    return std::to_string(pairs_.size()) + " of " + std::to_string(files_.size()) + " files hashed";
+void Listing::giveUp() {
+    const int error = partial_ && !pairs_.empty() ? partial_->save() : 0;
+    std::string kept = "nothing was written";
+    if (error != 0)
+        kept += ", as " + partial_->path() + " could not be: " + errorText(error);
+    else if (partial_ && !pairs_.empty())
+        kept = "--resume goes on from " + partial_->path();
+    console_.note("interrupted: " + std::to_string(pairs_.size()) + " of " +
+                  std::to_string(files_.size()) + " files hashed, " + kept);
 }
 
 } // namespace
 
 int runList(const Words& words, Console& console) {
     const ListOptions options = parseList(words);
+    watchForTermination();
     Listing listing(options, console);
     try {
         listing.find();
         listing.refuseUnsafeNames();
         listing.hash();
     } catch (const Interrupted&) {
-        console.note("interrupted: " + listing.progressSoFar() + ", nothing was written");
+        listing.giveUp();
         return kInterrupted;
     }
     listing.write();

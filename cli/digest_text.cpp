@@ -33,9 +33,9 @@ std::string anyText(const IHashFactory& factory) {
 
 } // namespace
 
-std::size_t lengthOfDigests(HashFileChecker::Alg algorithm) {
+std::string sampleDigest(HashFileChecker::Alg algorithm) {
     const std::unique_ptr<IHashFactory> factory(createHashFactory(algorithm));
-    return anyText(*factory).size();
+    return anyText(*factory);
 }
 
 std::string canonicalDigest(const std::string& text) {
@@ -58,8 +58,7 @@ std::optional<HashFileChecker::Alg> algorithmNamedBy(const std::string& text) {
         return std::nullopt;
     const std::string prefix = algorithmOf(anyText(*factory));
     for (const auto algorithm : {HashFileChecker::MD5, HashFileChecker::GOST_RFC4357}) {
-        const std::unique_ptr<IHashFactory> candidate(createHashFactory(algorithm));
-        if (algorithmOf(anyText(*candidate)) == prefix)
+        if (algorithmOf(sampleDigest(algorithm)) == prefix)
             return algorithm;
     }
     return HashFileChecker::GOST_3411_2012;

@@ -5,14 +5,13 @@
 
 #include "digest/hash.h"
 
-#include <cstddef>
 #include <optional>
 #include <string>
 
 namespace cli {
 
-// Characters of the texts of an algorithm's digests, with their prefix.
-std::size_t lengthOfDigests(HashFileChecker::Alg algorithm);
+// The text of a digest by `algorithm` as lists hold it: all others have its prefix and length.
+std::string sampleDigest(HashFileChecker::Alg algorithm);
 
 // The one text that all texts of a digest come to: its algorithm's prefix in the `#` form and
 // lower-case digits. A text that can match no file, as it names no known algorithm or mixes the

@@ -9,7 +9,7 @@ enum ExitStatus : int {
     kDone = 0,         // everything that was asked was done and verified
     kFailed = 1,       // something failed verification, or one of several files could not be read
     kTrouble = 2,      // the tool could not do its job
-    kInterrupted = 130 // SIGINT
+    kInterrupted = 130 // by SIGINT
 };
 
 } // namespace cli

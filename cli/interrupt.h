@@ -1,16 +1,35 @@
-// SIGINT as a flag that long work looks at.
+// Signals as a flag that long work looks at.
 
 #ifndef PELORIK_CLI_INTERRUPT_H
 #define PELORIK_CLI_INTERRUPT_H
 
+#include <csignal>
+
 namespace cli {
 
-// Thrown out of reading when SIGINT has come.
+// Thrown out of reading when a signal that is watched for has come.
 struct Interrupted {};
 
 // From now on the first SIGINT raises the flag and breaks off system calls that wait; the second
 // one ends the process. A SIGINT that the parent had ignored stays ignored.
 void watchForInterrupt();
+
+// The same for SIGTERM and SIGHUP, for commands that have something to put in order before they
+// end; `endAsTerminated` ends the process by the signal that came, if one did.
+void watchForTermination();
+void endAsTerminated();
+
+// Holds all three back, and SIGQUIT, as long as it lives.
+class SignalsBlocked {
+public:
+    SignalsBlocked();
+    ~SignalsBlocked();
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+private:
+    sigset_t before_{};
+};
 
 bool interruptRequested() noexcept;
 

@@ -137,5 +137,8 @@ int run(const Words& words) {
 int main(int argc, char** argv) {
     cli::occupyStandardDescriptors();
     cli::watchForInterrupt();
-    return cli::run(cli::Words(argv + std::min(argc, 1), argv + argc));
+    const int status = cli::run(cli::Words(argv + std::min(argc, 1), argv + argc));
+    if (status == cli::kInterrupted)
+        cli::endAsTerminated();
+    return status;
 }

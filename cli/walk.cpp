@@ -133,7 +133,7 @@ void Walk::noteUnfollowedLinks() const {
 
 bool noteUnlistable(const std::vector<FoundFile>& files, HashFileChecker::Alg algorithm,
                     Console& console) {
-    const std::size_t digestLength = lengthOfDigests(algorithm);
+    const std::size_t digestLength = sampleDigest(algorithm).size();
     bool refused = false;
     for (const FoundFile& file : files) {
         const std::string reason = unlistableBecause(file.name, digestLength);
