@@ -17,7 +17,10 @@ SYSTEM_WORDS = {"No such file or directory", "Permission denied", "Is a director
                 "No space left on device"}
 
 # Texts with blanks that are neither help nor messages.
-NO_MESSAGES = {"a signal handler sets it"}
+NO_MESSAGES = {
+    "a signal handler sets it",
+    "pelorik: an interrupted list, which pelorik list --resume goes on from",
+}
 
 
 def squeezed(text):
