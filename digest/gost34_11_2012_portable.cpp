@@ -20,43 +20,33 @@ UInt512 load(const void* bytes) {
     return value;
 }
 
-// What word `Column` of a value adds to the eight words of its LPS.
-//
-// The empty assembly statements emit nothing. They keep the compiler from sorting the look-ups by
-// row, which costs a copy and a shift for each of them, where a word taken apart on the spot costs
-// one shift for two; docs/performance.md has the measurement.
-template<unsigned Row>
-inline void addRows(UInt512& sum, const std::uint64_t* table, std::uint64_t& word) {
-    sum.word[Row] ^= table[word & 0xff];
-    sum.word[Row + 1] ^= table[word >> 8 & 0xff];
-    word >>= 16;
-    asm("" : "+r"(word));
+// Word `row` of the LPS of a value.
+inline std::uint64_t lpsRow(const UInt512& value, unsigned row) {
+    const unsigned shift = 8 * row;
+    return premult[0][value.word[0] >> shift & 0xff] ^ premult[1][value.word[1] >> shift & 0xff] ^
+           premult[2][value.word[2] >> shift & 0xff] ^ premult[3][value.word[3] >> shift & 0xff] ^
+           premult[4][value.word[4] >> shift & 0xff] ^ premult[5][value.word[5] >> shift & 0xff] ^
+           premult[6][value.word[6] >> shift & 0xff] ^ premult[7][value.word[7] >> shift & 0xff];
 }
 
-template<unsigned Column>
-inline void addColumn(UInt512& sum, std::uint64_t word) {
-    const std::uint64_t* const table = premult[Column].data();
-    addRows<0>(sum, table, word);
-    addRows<2>(sum, table, word);
-    addRows<4>(sum, table, word);
-    addRows<6>(sum, table, word);
-    asm(""
-        : "+r"(sum.word[0]), "+r"(sum.word[1]), "+r"(sum.word[2]), "+r"(sum.word[3]),
-          "+r"(sum.word[4]), "+r"(sum.word[5]), "+r"(sum.word[6]), "+r"(sum.word[7]));
+UInt512 sum(const UInt512& x, const UInt512& y) {
+    return {x.word[0] ^ y.word[0], x.word[1] ^ y.word[1], x.word[2] ^ y.word[2],
+            x.word[3] ^ y.word[3], x.word[4] ^ y.word[4], x.word[5] ^ y.word[5],
+            x.word[6] ^ y.word[6], x.word[7] ^ y.word[7]};
 }
 
-// out = L(P(S(x ^ y))), where `out` may be x or y.
-inline void lps(UInt512& out, const UInt512& x, const UInt512& y) {
-    UInt512 sum = {};
-    addColumn<0>(sum, x.word[0] ^ y.word[0]);
-    addColumn<1>(sum, x.word[1] ^ y.word[1]);
-    addColumn<2>(sum, x.word[2] ^ y.word[2]);
-    addColumn<3>(sum, x.word[3] ^ y.word[3]);
-    addColumn<4>(sum, x.word[4] ^ y.word[4]);
-    addColumn<5>(sum, x.word[5] ^ y.word[5]);
-    addColumn<6>(sum, x.word[6] ^ y.word[6]);
-    addColumn<7>(sum, x.word[7] ^ y.word[7]);
-    out = sum;
+// out = L(P(S(x ^ y))), where `out` may be x or y. The rows are written out: a loop's variable
+// shift would double the time.
+void lps(UInt512& out, const UInt512& x, const UInt512& y) {
+    const UInt512 value = sum(x, y);
+    out.word[0] = lpsRow(value, 0);
+    out.word[1] = lpsRow(value, 1);
+    out.word[2] = lpsRow(value, 2);
+    out.word[3] = lpsRow(value, 3);
+    out.word[4] = lpsRow(value, 4);
+    out.word[5] = lpsRow(value, 5);
+    out.word[6] = lpsRow(value, 6);
+    out.word[7] = lpsRow(value, 7);
 }
 
 // The standard's g_N(h, m), stored back into h.
