@@ -30,9 +30,10 @@ namespace HashFileChecker {
 /// What every operation on files throws when it fails.
 class PELORIK_API FileIOException : public std::exception {
 public:
+    /// Sets all three.
     FileIOException(int error, const std::string& fileName, const std::string& message);
-    FileIOException(const FileIOException& other);
-    FileIOException& operator=(const FileIOException& other);
+    FileIOException(const FileIOException& other);            ///< copies all three
+    FileIOException& operator=(const FileIOException& other); ///< copies all three
     ~FileIOException() noexcept override;
 
     /// `message`, one of the fixed texts.
@@ -40,7 +41,7 @@ public:
 
     std::int32_t error;   ///< the system's error number (2: missing, 13: no permission), or 0
     std::string fileName; ///< the file concerned, or empty
-    std::string message;
+    std::string message;  ///< one of the fixed texts
 };
 
 /// One line of a hash list that is to be written.

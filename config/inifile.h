@@ -29,6 +29,7 @@
 /// Thrown by `IniFile::get`; `what()` is the bare name of the group that was asked for.
 class PELORIK_API CIniFileGroupNotFound : public std::runtime_error {
 public:
+    /// `text` becomes `what()`.
     explicit CIniFileGroupNotFound(const std::string& text) : std::runtime_error(text) {}
     ~CIniFileGroupNotFound() noexcept override;
 };
@@ -36,6 +37,7 @@ public:
 /// Thrown by `IniFile::get`; `what()` is the bare name of the value that was asked for.
 class PELORIK_API CIniFileVarNameNotFound : public std::runtime_error {
 public:
+    /// `text` becomes `what()`.
     explicit CIniFileVarNameNotFound(const std::string& text) : std::runtime_error(text) {}
     ~CIniFileVarNameNotFound() noexcept override;
 };
@@ -43,6 +45,7 @@ public:
 /// For callers that find a value malformed. The reader itself never throws it.
 class PELORIK_API CIniFileFormatError : public std::runtime_error {
 public:
+    /// `text` becomes `what()`.
     explicit CIniFileFormatError(const std::string& text) : std::runtime_error(text) {}
     ~CIniFileFormatError() noexcept override;
 };

@@ -35,6 +35,7 @@ class XMLReader; // the library's own
 /// `what()` is the fixed text that says what was expected. `XMLDocument::Read` lists the texts.
 class PELORIK_API XMLParserError : public std::logic_error {
 public:
+    /// `message` becomes `what()`.
     explicit XMLParserError(const std::string& message) : std::logic_error(message) {}
     ~XMLParserError() noexcept override;
 };
@@ -43,6 +44,7 @@ public:
 /// wrong ("invalid hash").
 class PELORIK_API XMLHashError : public std::logic_error {
 public:
+    /// `message` becomes `what()`.
     explicit XMLHashError(const std::string& message) : std::logic_error(message) {}
     ~XMLHashError() noexcept override;
 };
@@ -58,10 +60,12 @@ public:
     /// What stands between `<` and `>`: a name and attributes.
     class PELORIK_API tag {
     public:
+        /// A start tag without attributes.
         explicit tag(const std::string& name = std::string()) : name_(name), closing_(false) {}
 
+        /// Any bytes; neither checked nor escaped when written.
         const std::string& GetName() const { return name_; }
-        void SetName(const std::string& name) { name_ = name; }
+        void SetName(const std::string& name) { name_ = name; } ///< sets what `GetName` gives
 
         /// In the order in which they were added or read. One key may stand there several times.
         const std::list<Attribute>& GetAttributes() const { return attributes_; }
@@ -108,15 +112,15 @@ public:
 
     /// Any bytes; neither checked nor escaped when written.
     const std::string& GetName() const { return tag_->GetName(); }
-    void SetName(const std::string& name) { tag_->SetName(name); }
+    void SetName(const std::string& name) { tag_->SetName(name); } ///< sets what `GetName` gives
 
     /// The text, with no entities in it. An element that has children is written without its body.
     const std::string& GetBody() const { return body_; }
-    void SetBody(const std::string& body) { body_ = body; }
+    void SetBody(const std::string& body) { body_ = body; } ///< sets what `GetBody` gives
 
     /// How many tabs are written before the element's tags, where they begin a line.
     std::uint32_t GetIndentLevel() const { return indentLevel_; }
-    void SetIndentLevel(std::uint32_t level) { indentLevel_ = level; }
+    void SetIndentLevel(std::uint32_t level) { indentLevel_ = level; } ///< of this element alone
 
     /// Appends an attribute, also when there is one of that key.
     void AddAttr(const std::string& key, const std::string& value) { tag_->AddAttr(key, value); }
@@ -232,8 +236,8 @@ public:
 
     ~XMLDocument() override;
 
-    bool UseHash() const { return useHash_; }
-    void UseHash(bool use) { useHash_ = use; }
+    bool UseHash() const { return useHash_; }  ///< whether `Write` and `Read` care for the digest
+    void UseHash(bool use) { useHash_ = use; } ///< changes that, for calls to come
 
     /// Writes the document as `XMLDeclaration::Write` does, with the digest if it is to have one.
     ///
@@ -302,6 +306,7 @@ private:
 /// Copies feed the same calculation, which must outlive them.
 class PELORIK_API XMLHashFunctor {
 public:
+    /// Feeds `calc`, which must outlive this and its copies.
     explicit XMLHashFunctor(HashMD5_Calc* calc) : calc_(calc) {}
 
     /// Feeds the key, then the value.

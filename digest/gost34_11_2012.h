@@ -14,7 +14,7 @@
 
 /// A 512-bit value: eight words, word 0 least significant.
 struct UInt512 {
-    std::uint64_t word[8];
+    std::uint64_t word[8]; ///< each in the processor's byte order
 };
 
 /// The running state of one message.

@@ -5,6 +5,7 @@
 #ifndef PELORIK_EXPORT_H
 #define PELORIK_EXPORT_H
 
+/// Exports the class or function behind it.
 #define PELORIK_API __attribute__((visibility("default")))
 
 #endif

@@ -18,7 +18,7 @@
 
 /// A counted array of IPv4 addresses. The block is as long as `count` values need.
 struct net_addresses {
-    std::uint32_t count;
+    std::uint32_t count;     ///< how many there are
     std::uint32_t values[1]; ///< `count` of them, each in network byte order as the kernel sent it
 };
 

@@ -27,6 +27,7 @@
 #include <cstddef>
 #include <type_traits>
 
+/// The string class.
 class PELORIK_API AGStr {
 public:
     // The virtual operations come first, in the order of their slots. They call each other through
@@ -92,34 +93,36 @@ public:
 
     // Assignment. Numbers go through `VarToString`.
 
-    AGStr& operator=(const AGStr& other); ///< the text up to its first NUL
-    AGStr& operator=(const char* text);   ///< null: the empty string
-    AGStr& operator=(char byte);          ///< one byte, which may be 0
-    AGStr& operator=(int number);
-    AGStr& operator=(unsigned int number);
-    AGStr& operator=(double number);
+    AGStr& operator=(const AGStr& other);  ///< the text up to its first NUL
+    AGStr& operator=(const char* text);    ///< null: the empty string
+    AGStr& operator=(char byte);           ///< one byte, which may be 0
+    AGStr& operator=(int number);          ///< as `VarToString` does
+    AGStr& operator=(unsigned int number); ///< as `VarToString` does
+    AGStr& operator=(double number);       ///< as `VarToString` does
 
-    // Appending: what a new AGStr of the argument holds. An overriding `VarToString` has no part.
-
+    ///@{
+    /// Appends what a new AGStr of the argument holds. An overriding `VarToString` has no part.
     AGStr& operator+=(const AGStr& other);
     AGStr& operator+=(const char* text);
     AGStr& operator+=(char byte);
     AGStr& operator+=(int number);
     AGStr& operator+=(unsigned int number);
     AGStr& operator+=(double number);
+    ///@}
 
-    // Concatenation: a copy of the left side with the right side appended.
-
+    ///@{
+    /// A copy of the left side with the right side appended.
     AGStr operator+(const AGStr& other) const;
     AGStr operator+(char byte) const;
     AGStr operator+(const char* text) const;
     AGStr operator+(unsigned int number) const;
     AGStr operator+(int number) const;
     AGStr operator+(double number) const;
+    ///@}
 
     // Access.
 
-    std::size_t GetLength() const;
+    std::size_t GetLength() const; ///< in bytes, without the NUL behind the text
 
     /// The byte at `index`; 0 there and behind the end.
     char operator[](std::size_t index) const;
@@ -147,21 +150,22 @@ public:
     /// Makes the first NUL the end of the text, after writing through a pointer.
     void SetLengthByBuffer();
 
-    // Parts, as new strings. They are cut off where this string ends, and a NUL in them is followed
-    // by NULs only.
-
+    ///@{
+    /// A part as a new string, cut off where this string ends. A NUL in it is followed by NULs
+    /// only.
     AGStr Mid(std::size_t start, std::size_t count) const;
     AGStr Mid(std::size_t start) const;
     AGStr Left(std::size_t count) const;
     AGStr Right(std::size_t count) const;
     AGStr SpanIncluding(const char* set) const; ///< as far as all bytes are in `set`
     AGStr SpanExcluding(const char* set) const; ///< as far as no byte is in `set`
+    ///@}
 
     // Editing in place.
 
-    void MakeUpper(); ///< by the locale, byte by byte
-    void MakeLower(); ///< by the locale, byte by byte
-    void MakeReverse();
+    void MakeUpper();   ///< by the locale, byte by byte
+    void MakeLower();   ///< by the locale, byte by byte
+    void MakeReverse(); ///< byte by byte
 
     /// Inserts `byte` at `position`, or behind as many blanks as it takes. Returns the new length.
     std::size_t Insert(std::size_t position, char byte);
@@ -186,15 +190,16 @@ public:
     /// is not searched. 0 when either is null, or `from` "".
     std::size_t Replace(const char* from, const char* to);
 
-    // Searching, from `start` on: the index of the first find, or the last with `ReverseFind`. -1
-    // when there is none, the string is empty, `text` is null, `start` is not within the text, or
-    // the index is beyond an `int`. Searches end at the first NUL and find that too.
-
+    ///@{
+    /// Searches, from `start` on: the index of the first find, or the last with `ReverseFind`. -1
+    /// when there is none, the string is empty, `text` is null, `start` is not within the text, or
+    /// the index is beyond an `int`. Searches end at the first NUL and find that too.
     int Find(char byte) const;
     int Find(char byte, std::size_t start) const;
     int Find(const char* text) const;
     int Find(const char* text, std::size_t start) const;
     int ReverseFind(char byte) const;
+    ///@}
 
     /// Makes the text what printf would print, and returns its length.
     ///
@@ -237,22 +242,27 @@ private:
     struct Block;
 };
 
+///@{
+/// What a new AGStr of the left side holds, with the right side appended.
 PELORIK_API AGStr operator+(double number, const AGStr& text);
 PELORIK_API AGStr operator+(const char* left, const AGStr& right);
 PELORIK_API AGStr operator+(char byte, const AGStr& text);
+///@}
 
 /// A new string made by `AGStr::Format`.
 PELORIK_API AGStr TWFormat(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-// Two strings compare by value, all their bytes; two empty ones are equal.
-
+///@{
+/// Two strings compare by value, all their bytes; two empty ones are equal.
 PELORIK_API bool operator==(const AGStr& left, const AGStr& right);
 PELORIK_API bool operator!=(const AGStr& left, const AGStr& right);
+///@}
 
-// With a pointer on the left the answer is that of the pointer on the right.
-
+///@{
+/// With a pointer on the left the answer is that of the pointer on the right.
 PELORIK_API bool operator==(const char* left, const AGStr& right);
 PELORIK_API bool operator!=(const char* left, const AGStr& right);
+///@}
 
 // Pointers to writable text need forms of their own, because a string also converts to such a
 // pointer. They are templates to leave null pointer constants alone, and to fit subclasses as well
@@ -263,6 +273,8 @@ template<class String, class Char>
 using AGStrComparison = typename std::enable_if<
     std::is_base_of<AGStr, String>::value && std::is_same<Char, char>::value, bool>::type;
 
+///@{
+/// A pointer to writable text compares as one to text that is not.
 template<class String, class Char>
 AGStrComparison<String, Char> operator==(const String& left, Char* right) {
     return static_cast<const AGStr&>(left) == static_cast<const char*>(right);
@@ -282,5 +294,6 @@ template<class String, class Char>
 AGStrComparison<String, Char> operator!=(Char* left, const String& right) {
     return static_cast<const AGStr&>(right) != static_cast<const char*>(left);
 }
+///@}
 
 #endif
