@@ -129,8 +129,8 @@ inline __m512i affine(__m512i x, const Quadwords& matrix) {
     return _mm512_gf2p8affine_epi64_epi8(x, table(matrix), 0);
 }
 
-// The standard's L(P(S(x))) ^ addend.
-inline __m512i lps(__m512i x, __m512i addend) {
+// The standard's L(P(S(x))) ^ a ^ b.
+inline __m512i lps(__m512i x, __m512i a, __m512i b) {
     const __m512i s = substitute(x);
     const __m512i c0 = _mm512_permutexvar_epi8(table(kColumnPair[0]), s);
     const __m512i c1 = _mm512_permutexvar_epi8(table(kColumnPair[1]), s);
@@ -141,17 +141,21 @@ inline __m512i lps(__m512i x, __m512i addend) {
         affine(c3, kNeighbour[3]));
     const __m512i own = xor3(affine(c0, kOwn[0]), affine(c1, kOwn[1]), affine(c2, kOwn[2]));
     const __m512i swapped = _mm512_shuffle_epi32(neighbour, _MM_PERM_BADC);
-    return _mm512_xor_si512(xor3(own, affine(c3, kOwn[3]), addend), swapped);
+    return xor3(xor3(own, affine(c3, kOwn[3]), a), b, swapped);
 }
 
-// The standard's g_N(h, m).
+// The standard's g_N(h, m). `key` is each round's key with the next constant in it already; the
+// text, which takes the key in, takes the constant in once more.
 inline __m512i compress(__m512i h, __m512i n, __m512i m) {
-    __m512i key = lps(_mm512_xor_si512(h, n), _mm512_setzero_si512());
-    __m512i text = _mm512_xor_si512(key, m);
-    for (int round = 0; round < 12; ++round) {
-        key = lps(_mm512_xor_si512(key, table(kConstant[round])), _mm512_setzero_si512());
-        text = lps(text, key);
+    const __m512i none = _mm512_setzero_si512();
+    __m512i key = lps(_mm512_xor_si512(h, n), table(kConstant[0]), none);
+    __m512i text = xor3(key, m, table(kConstant[0]));
+    for (int round = 1; round < 12; ++round) {
+        key = lps(key, table(kConstant[round]), none);
+        text = lps(text, key, table(kConstant[round]));
     }
+    key = lps(key, none, none);
+    text = lps(text, key, none);
     return xor3(text, h, m);
 }
 
