@@ -1,5 +1,5 @@
-"""Runs the commands of the tool's guide in its order, in one shell, over an installation of its own, and
-compares what they print. The digests in the guide are libgcrypt's and Python's; the rest was reasoned
+"""Runs the commands of the tool's guide and of the README in their order, each page in one shell, over an
+installation of its own, and compares what they print. The digests in the guide are libgcrypt's and Python's; the rest was reasoned
 out from the commands' descriptions."""
 
 import hashlib
@@ -9,6 +9,7 @@ import shlex
 import shutil
 import subprocess
 import sys
+import tempfile
 import unittest
 
 import markdown
@@ -19,6 +20,7 @@ import namespaces  # noqa: E402
 from tool import GOST2012, MD5, TOOL, gost2012  # noqa: E402
 
 PAGE = "docs/guide.md"
+PAGES = [PAGE, "README.md"]
 UNITS = "examples/systemd/"
 
 INI = b"server = vpn.example.com\n"
@@ -81,20 +83,28 @@ class Guide(unittest.TestCase):
         end = "=====end of a command====="
         script = "".join("%s\nstatus=$?; echo '%s'; (exit $status)\n" % (line, end)
                          for line in lines)
-        done = subprocess.run(["bash"], input=script, stdout=subprocess.PIPE, check=False,
-                              stderr=subprocess.STDOUT, text=True, env=surroundings())
+        with tempfile.TemporaryDirectory() as folder:
+            done = subprocess.run(["bash"], input=script, stdout=subprocess.PIPE, check=False,
+                                  stderr=subprocess.STDOUT, text=True, env=surroundings(),
+                                  cwd=folder)
         outputs = done.stdout.split(end + "\n")
         self.assertEqual(outputs.pop(), "")
         return outputs
 
-    def test_every_command_prints_what_stands_under_it(self):
-        guide = commands(markdown.read(PAGE))
-        outputs = self.run_in_one_shell([command for command, _, _ in guide])
-        self.assertEqual(len(outputs), len(guide))
-        self.assertGreater(len(guide), 30)
-        for (command, expected, line), printed in zip(guide, outputs):
-            with self.subTest(line=line, command=command):
+    def compare(self, page):
+        shown = commands(markdown.read(page))
+        outputs = self.run_in_one_shell([command for command, _, _ in shown])
+        self.assertEqual(len(outputs), len(shown))
+        self.assertGreater(len(shown), 5)
+        for (command, expected, line), printed in zip(shown, outputs):
+            with self.subTest(page=page, line=line, command=command):
                 self.assertEqual(printed, expected)
+
+    def test_every_command_of_the_readme_prints_what_stands_under_it(self):
+        self.compare("README.md")
+
+    def test_every_command_of_the_guide_prints_what_stands_under_it(self):
+        self.compare(PAGE)
         self.unit_reports_what_the_guide_shows()
 
     def unit_reports_what_the_guide_shows(self):
@@ -112,8 +122,10 @@ class Texts(unittest.TestCase):
     def test_every_digest_is_that_of_an_independent_program(self):
         known = {gost2012(content) for content in FILES.values()}
         known |= {gost2012(content) for content in (INI + EVIL, EVIL, b"agent 2\n", cut_list())}
+        known.add(gost2012(b"agent\n"))
         known |= {hashlib.md5(content).hexdigest() for content in (b"agent 2\n", b"abc")}
-        printed = "".join(content for kind, content, _ in markdown.blocks(markdown.read(PAGE))
+        printed = "".join(content for page in PAGES
+                          for kind, content, _ in markdown.blocks(markdown.read(page))
                           if kind == "console")
         digests = re.findall(r"\b(?:[0-9a-f]{64}|[0-9a-f]{32})\b", printed)
         self.assertGreater(len(digests), 6)
