@@ -19,7 +19,7 @@ class Hash_GOST_34_11_2012;
 /// A new calculator is ready for use; there is no reset.
 class PELORIK_API Hash_Calc_GOST_34_11_2012 {
 public:
-    Hash_Calc_GOST_34_11_2012();
+    Hash_Calc_GOST_34_11_2012(); ///< begins an empty message
 
     /// Appends the `size` bytes at `data` to the message. A null `data` adds nothing, whatever
     /// `size` says. How a message is cut into calls does not change its digest.

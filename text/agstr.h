@@ -77,7 +77,7 @@ public:
 
     // Construction. A constructor knows no overriding `VarToString`.
 
-    AGStr();
+    AGStr();                 ///< the empty string
     AGStr(const char* text); ///< null: the empty string
 
     /// The first `count` bytes of `text`; null gives the empty string.
@@ -101,6 +101,7 @@ public:
     AGStr& operator=(double number);       ///< as `VarToString` does
 
     ///@{
+
     /// Appends what a new AGStr of the argument holds. An overriding `VarToString` has no part.
     AGStr& operator+=(const AGStr& other);
     AGStr& operator+=(const char* text);
@@ -111,6 +112,7 @@ public:
     ///@}
 
     ///@{
+
     /// A copy of the left side with the right side appended.
     AGStr operator+(const AGStr& other) const;
     AGStr operator+(char byte) const;
@@ -151,6 +153,7 @@ public:
     void SetLengthByBuffer();
 
     ///@{
+
     /// A part as a new string, cut off where this string ends. A NUL in it is followed by NULs
     /// only.
     AGStr Mid(std::size_t start, std::size_t count) const;
@@ -191,6 +194,7 @@ public:
     std::size_t Replace(const char* from, const char* to);
 
     ///@{
+
     /// Searches, from `start` on: the index of the first find, or the last with `ReverseFind`. -1
     /// when there is none, the string is empty, `text` is null, `start` is not within the text, or
     /// the index is beyond an `int`. Searches end at the first NUL and find that too.
@@ -243,6 +247,7 @@ private:
 };
 
 ///@{
+
 /// What a new AGStr of the left side holds, with the right side appended.
 PELORIK_API AGStr operator+(double number, const AGStr& text);
 PELORIK_API AGStr operator+(const char* left, const AGStr& right);
@@ -253,12 +258,14 @@ PELORIK_API AGStr operator+(char byte, const AGStr& text);
 PELORIK_API AGStr TWFormat(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 ///@{
+
 /// Two strings compare by value, all their bytes; two empty ones are equal.
 PELORIK_API bool operator==(const AGStr& left, const AGStr& right);
 PELORIK_API bool operator!=(const AGStr& left, const AGStr& right);
 ///@}
 
 ///@{
+
 /// With a pointer on the left the answer is that of the pointer on the right.
 PELORIK_API bool operator==(const char* left, const AGStr& right);
 PELORIK_API bool operator!=(const char* left, const AGStr& right);
@@ -274,6 +281,7 @@ using AGStrComparison = typename std::enable_if<
     std::is_base_of<AGStr, String>::value && std::is_same<Char, char>::value, bool>::type;
 
 ///@{
+
 /// A pointer to writable text compares as one to text that is not.
 template<class String, class Char>
 AGStrComparison<String, Char> operator==(const String& left, Char* right) {
