@@ -35,7 +35,7 @@ constexpr Notation kDecimal = {10, "#<num>;", "invalid decimal value", "to big d
 }
 
 // The bytes that end a word.
-constexpr std::array<bool, 256> makeDelimiters() {
+consteval std::array<bool, 256> makeDelimiters() {
     std::array<bool, 256> delimiters{};
     for (const char byte : std::string_view("\t\n\r /;<=>"))
         delimiters[static_cast<unsigned char>(byte)] = true;

@@ -35,22 +35,25 @@ struct alignas(64) Quadwords {
     uint64_t at[8];
 };
 
+// Tells where byte `i` of a value stands in a register.
+using Place = unsigned (*)(unsigned i);
+
 // Where byte `i` of a 256-bit value stands in the mixed order, and a place that is always zero
 // there.
-constexpr unsigned placeInMixedOrder(unsigned i) {
+consteval unsigned placeInMixedOrder(unsigned i) {
     const unsigned word = i / 2;
     return 8 * (4 * (i % 2) + 2 * (word / 8)) + word % 8;
 }
 constexpr unsigned kZeroInMixedOrder = 8;
 
 // The same in the plain order, loaded into the low half of a register.
-constexpr unsigned placeInPlainOrder(unsigned i) {
+consteval unsigned placeInPlainOrder(unsigned i) {
     return i;
 }
 constexpr unsigned kZeroInPlainOrder = 32;
 
 // Box `2 byte + high` for each byte of a word, the entries in the nibble that they substitute.
-constexpr Bytes boxes(unsigned high) {
+consteval Bytes boxes(unsigned high) {
     Bytes table{};
     for (unsigned byte = 0; byte < 4; ++byte) {
         for (unsigned value = 0; value < 16; ++value)
@@ -65,12 +68,12 @@ struct Sums {
     unsigned quadword[4];
 };
 
-constexpr Sums transformA(Sums y) {
+consteval Sums transformA(Sums y) {
     return {{y.quadword[1], y.quadword[2], y.quadword[3], y.quadword[0] ^ y.quadword[1]}};
 }
 
 // The sets for key 0 to 3 after `times` transforms A a key.
-constexpr Sums sumsOfKey(unsigned key, unsigned times) {
+consteval Sums sumsOfKey(unsigned key, unsigned times) {
     Sums sums{{1, 2, 4, 8}};
     for (unsigned i = 0; i < key * times; ++i)
         sums = transformA(sums);
@@ -78,7 +81,7 @@ constexpr Sums sumsOfKey(unsigned key, unsigned times) {
 }
 
 // The number of the `nth` quadword in a set, or 4 when there are not so many.
-constexpr unsigned member(unsigned set, unsigned nth) {
+consteval unsigned member(unsigned set, unsigned nth) {
     for (unsigned i = 0; i < 4; ++i) {
         if ((set >> i & 1) != 0 && nth-- == 0)
             return i;
@@ -89,8 +92,7 @@ constexpr unsigned member(unsigned set, unsigned nth) {
 // The permutation that brings the `nth` term of the sums to the key words: 32-bit lane 4j + i is
 // word `4 half + j` of key i, made of byte `4 half + j` of each of the four quadwords (the
 // standard's P).
-template<class Place>
-constexpr Bytes keyTerm(unsigned half, unsigned times, unsigned nth, Place place, unsigned zero) {
+consteval Bytes keyTerm(unsigned half, unsigned times, unsigned nth, Place place, unsigned zero) {
     Bytes permutation{};
     for (unsigned at = 0; at < 64; ++at) {
         const Sums sums = sumsOfKey(at / 4 % 4, times);
@@ -102,16 +104,16 @@ constexpr Bytes keyTerm(unsigned half, unsigned times, unsigned nth, Place place
     return permutation;
 }
 
-constexpr Bytes keyTermOfHash(unsigned half, unsigned nth) {
+consteval Bytes keyTermOfHash(unsigned half, unsigned nth) {
     return keyTerm(half, 1, nth, placeInMixedOrder, kZeroInMixedOrder);
 }
 
-constexpr Bytes keyTermOfBlock(unsigned half, unsigned nth) {
+consteval Bytes keyTermOfBlock(unsigned half, unsigned nth) {
     return keyTerm(half, 2, nth, placeInPlainOrder, kZeroInPlainOrder);
 }
 
 // What C3 adds to the key words: it enters U with key 2 and goes through one A more for key 3.
-constexpr Bytes keyConstant(unsigned half) {
+consteval Bytes keyConstant(unsigned half) {
     const uint64_t ofKey[4][4] = {
         {}, {}, {C3[0], C3[1], C3[2], C3[3]}, {C3[1], C3[2], C3[3], C3[0] ^ C3[1]}};
     Bytes constant{};
@@ -123,7 +125,7 @@ constexpr Bytes keyConstant(unsigned half) {
 }
 
 // The permutation from the mixed order to the low or high halves of the four quadwords.
-constexpr Bytes halves(unsigned high) {
+consteval Bytes halves(unsigned high) {
     Bytes permutation{};
     for (unsigned at = 0; at < 16; ++at)
         permutation.at[at] =
@@ -133,8 +135,7 @@ constexpr Bytes halves(unsigned high) {
 
 // Gathers for the affine transforms: quadword 4b + 2t + g is byte b of the words 8g + 7 to 8g, in
 // that order, for t = 0 and 1. `place` tells where a byte of the value stands.
-template<class Place>
-constexpr Bytes gathering(Place place) {
+consteval Bytes gathering(Place place) {
     Bytes permutation{};
     for (unsigned at = 0; at < 64; ++at) {
         const unsigned word = 8 * (at / 8 % 2) + 7 - at % 8;
@@ -145,18 +146,18 @@ constexpr Bytes gathering(Place place) {
 
 // Of the two registers that the encryption ends with, the low halves of the quadwords count from 0
 // and the high halves from 64.
-constexpr unsigned placeInHalves(unsigned i) {
+consteval unsigned placeInHalves(unsigned i) {
     return i % 4 + 4 * (i / 8) + (i % 8 < 4 ? 0 : 64);
 }
 
-constexpr Bytes toPlainOrder() {
+consteval Bytes toPlainOrder() {
     Bytes permutation{};
     for (unsigned i = 0; i < 32; ++i)
         permutation.at[i] = static_cast<uint8_t>(placeInMixedOrder(i));
     return permutation;
 }
 
-constexpr Bytes toMixedOrder() {
+consteval Bytes toMixedOrder() {
     Bytes permutation{};
     for (unsigned at = 0; at < 64; ++at)
         permutation.at[at] = kZeroInPlainOrder;
@@ -170,7 +171,7 @@ struct Matrix {
     unsigned row[16];
 };
 
-constexpr Matrix psi(unsigned count) {
+consteval Matrix psi(unsigned count) {
     Matrix matrix{};
     for (unsigned word = 0; word < 16; ++word)
         matrix.row[word] = 1u << word;
@@ -186,7 +187,7 @@ constexpr Matrix psi(unsigned count) {
 
 // The rows of psi^count for the affine transform: byte i of quadword 4b + 2t + g says which of the
 // words 8g to 8g + 7 word 8t + i takes in.
-constexpr Bytes rowsOfPsi(unsigned count) {
+consteval Bytes rowsOfPsi(unsigned count) {
     const Matrix matrix = psi(count);
     Bytes rows{};
     for (unsigned at = 0; at < 64; ++at) {

@@ -199,10 +199,8 @@ consteval unsigned x61() {
 // 64 bits from word `shift` of two neighbouring quadwords on.
 template<unsigned shift>
 std::uint64_t wordsFrom(std::uint64_t low, std::uint64_t high) {
-    if constexpr (shift == 0)
-        return low;
-    else
-        return low >> 16 * shift | high << (64 - 16 * shift);
+    static_assert(shift > 0, "a whole quadword needs no shift, and cannot be shifted out");
+    return low >> 16 * shift | high << (64 - 16 * shift);
 }
 
 // Quadword `k` of the sum of those powers of psi that x61 names and that move by `shift` words

@@ -103,12 +103,15 @@ std::string_view forEachBefore(std::string_view text, std::string_view part, Vis
     return text;
 }
 
+// The length of a text after `count` replacements, at least one.
 std::size_t lengthAfterReplacing(std::size_t length, std::size_t count, std::size_t from,
                                  std::size_t to) {
     if (to <= from)
         return length - count * (from - to);
-    if (count > 0 && to - from > SIZE_MAX / count)
+    // coverage off: takes a text and a replacement of 4 GiB each
+    if (to - from > SIZE_MAX / count)
         throw std::bad_alloc();
+    // coverage on
     return sum(length, count * (to - from));
 }
 

@@ -41,7 +41,7 @@ char* encodeGroup(unsigned bytes, const char* alphabet, char* out) {
 // The two characters for each value of twelve bits, as they lie in memory.
 using Pairs = std::array<std::uint16_t, 4096>;
 
-constexpr Pairs makeStandardPairs() {
+consteval Pairs makeStandardPairs() {
     Pairs pairs{};
     for (unsigned bits = 0; bits < pairs.size(); ++bits) {
         const auto first = static_cast<unsigned char>(basis_64[bits >> 6]);

@@ -10,7 +10,8 @@ import subprocess
 import sys
 import unittest
 
-from tool import (EMPTY_GOST2012, GOST94, GOST2012, MD5, TOOL, ToolTest, gost94, gost2012, md5)
+from tool import (EMPTY_GOST2012, GOST94, GOST2012, MD5, TOOL, ToolTest, environment, gost94, gost2012,
+                  md5)
 
 
 def names_in(outcome):
@@ -448,7 +449,8 @@ class Output(ToolTest):
             signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
             resource.setrlimit(resource.RLIMIT_FSIZE, (10, 10))
 
-        done = self.run_tool("list", "-o", "out", "f", preexec_fn=no_space, restore_signals=False)
+        done = self.run_tool("list", "-o", "out", "f", preexec_fn=no_space, restore_signals=False,
+                             env=environment(LLVM_PROFILE_FILE="/dev/null"))
         self.assert_refused(done, "out: File too large")
         self.assertEqual(self.content(), "old")
         self.assertEqual(sorted(os.listdir()), ["f", "out"])

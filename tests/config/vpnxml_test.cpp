@@ -370,6 +370,25 @@ TEST(XMLDeclarationDestructor, LetsDestructorsTakeDownOtherTrees) {
     EXPECT_EQ(log, (Names{"x1:x2", "x2:", "a:", "y1:y2", "y2:", "b:", "y:", "x:", "c:"}));
 }
 
+// Has a tree of its own, which goes with it.
+class Owns : public Watched {
+public:
+    Owns(const string& name, Names& log) : Watched(name, log) { add(own_, name + "1", log); }
+
+private:
+    XMLDeclaration own_;
+};
+
+TEST(XMLDeclarationDestructor, DeletesTreesThatElementsHaveAsMembers) {
+    Names log;
+    {
+        XMLDeclaration root;
+        add(*root.AddChild(new Owns("x", log)), "a", log);
+        add(root, "b", log);
+    }
+    EXPECT_EQ(log, (Names{"x1:", "x:a", "a:", "b:"}));
+}
+
 TEST(XMLDeclaration, PassesOverNullChildren) {
     XMLDocument root("r", true);
     root.AddChild(nullptr);

@@ -14,6 +14,7 @@
 #include <list>
 #include <locale>
 #include <memory>
+#include <pthread.h>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -338,10 +339,39 @@ TEST(XMLRead, AnErrorLeavesWhatWasComplete) {
     EXPECT_EQ(document.GetName(), "name");
 }
 
+// Ends the thread that reads where its text ends.
+class CancelsAtItsEnd : public support::ByteAtATime {
+public:
+    using ByteAtATime::ByteAtATime;
+
+protected:
+    int_type atEnd() override {
+        pthread_cancel(pthread_self());
+        pthread_testcancel();
+        return traits_type::eof();
+    }
+};
+
+TEST(XMLRead, LetsAThreadEndWhileItReads) {
+    CancelsAtItsEnd buffer("<a>text");
+    std::istream in(&buffer);
+    const auto read = [](void* stream) -> void* {
+        XMLDocument document;
+        document.Read(*static_cast<std::istream*>(stream));
+        return nullptr;
+    };
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, nullptr, read, &in), 0);
+    void* result = nullptr;
+    ASSERT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_TRUE(in.bad());
+}
+
 TEST(XMLRead, TakesForWhiteSpaceWhatTheStreamsLocaleDoes) {
     std::ctype_base::mask table[std::ctype<char>::table_size];
     std::copy_n(std::ctype<char>::classic_table(), std::ctype<char>::table_size, table);
-    table['_'] |= std::ctype_base::space;
+    table[std::size_t{'_'}] |= std::ctype_base::space;
     std::istringstream in("__<a_>__x_</a__>_");
     in.imbue(std::locale(std::locale::classic(), new std::ctype<char>(table)));
     XMLDocument document;

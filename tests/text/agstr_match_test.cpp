@@ -349,6 +349,27 @@ TEST(AGStrMatchInSubclasses, KeepsTextsApartThatAreMatchedInEachOther) {
     EXPECT_FALSE(string.Match("*b*c", "aabaab"));
 }
 
+// Matches another text with the end of the pattern before it answers.
+struct Wandering : AGStr {
+    bool Match(const char* pattern, const char* text) const override {
+        if (!away) {
+            away = true;
+            found = AGStr::Match("*c", "abc");
+            away = false;
+        }
+        return AGStr::Match(pattern, text);
+    }
+    mutable bool away = false;
+    mutable bool found = false;
+};
+
+TEST(AGStrMatchInSubclasses, KeepsTextsApartThatAreMatchedWithTheSamePattern) {
+    const Wandering string;
+    EXPECT_FALSE(string.Match("*b*c", "aabaab"));
+    EXPECT_TRUE(string.found);
+    EXPECT_TRUE(string.Match("*b*c", "aabaac"));
+}
+
 // Asks another object before it answers, or refuses.
 struct Asking : AGStr {
     explicit Asking(const AGStr* other) : other_(other) {}

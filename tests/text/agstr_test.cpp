@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -779,6 +780,24 @@ TEST(AGStrFind, FindsNothingOutsideTheText) {
         EXPECT_EQ(empty.ReverseFind('a'), -1);
         EXPECT_EQ(empty.ReverseFind('\0'), -1);
     }
+}
+
+TEST(AGStrFind, FindsNothingWhereAnIntCannotSay) {
+#ifdef PELORIK_SANITIZED
+    GTEST_SKIP() << "reads two thousand million characters, too slow under a sanitizer";
+#endif
+    const long free = sysconf(_SC_AVPHYS_PAGES) * sysconf(_SC_PAGESIZE);
+    if (free < 4L << 30)
+        GTEST_SKIP() << "4 GiB of memory are not free";
+    constexpr std::size_t last = INT_MAX;
+    AGStr string;
+    string[last + 1] = 'y'; // blanks before it
+    string[last] = 'x';
+    EXPECT_EQ(string.Find('x'), INT_MAX);
+    EXPECT_EQ(string.Find('y', last), -1);
+    EXPECT_EQ(string.Find("xy", last), INT_MAX);
+    EXPECT_EQ(string.Find("y", last), -1);
+    EXPECT_EQ(string.ReverseFind('y'), -1);
 }
 
 TEST(AGStrFind, EndsAtTheFirstNulAndFindsIt) {
