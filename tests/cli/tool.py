@@ -128,6 +128,21 @@ def await_reading(pid):
     await_that(reads)
 
 
+@contextlib.contextmanager
+def profile_of_somebody(folder):
+    """Where a coverage build may write its profile without rights; it is kept with the others."""
+    kept = os.environ.get("LLVM_PROFILE_FILE")
+    if kept is None:
+        yield "/dev/null"
+        return
+    profiles = os.path.join(folder, "profiles")
+    os.mkdir(profiles)
+    os.chmod(profiles, 0o777)
+    yield os.path.join(profiles, os.path.basename(folder) + "-%c%m.profraw")
+    for name in os.listdir(profiles):
+        shutil.move(os.path.join(profiles, name), os.path.dirname(kept))
+
+
 class Outcome:
     def __init__(self, status, out, err):
         self.status = status
@@ -195,9 +210,9 @@ class ToolTest(unittest.TestCase):
         """Runs the tool as somebody who may not read everything, also when the tests run as root."""
         if os.getuid() != 0:
             return self.run_tool(*words, **options)
-        with tool_for_anybody() as tool:
+        with tool_for_anybody() as tool, profile_of_somebody(os.path.dirname(tool)) as profile:
             return self.run_tool(*words, tool=tool, preexec_fn=drop_root,
-                                 env=environment(LLVM_PROFILE_FILE="/dev/null"), **options)
+                                 env=environment(LLVM_PROFILE_FILE=profile), **options)
 
     def assert_refused(self, outcome, *texts):
         """Status 2, nothing on standard output, and one line on standard error with `texts`."""

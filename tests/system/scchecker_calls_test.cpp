@@ -2,6 +2,7 @@
 // test says. The real system is asked in scchecker_test.cpp.
 
 #include "system/scchecker.h"
+#include "tests/support/leaks.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -9,6 +10,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <new>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -23,6 +25,7 @@ constexpr int kDescriptor = 77; // no descriptor of the test program
 struct System {
     bool fileExists = false;
     int creatError = 0; // 0: it succeeds
+    int created = kDescriptor;
     int lockError = 0;
     int closeError = 0;
     std::vector<std::string> calls;
@@ -77,7 +80,7 @@ int __wrap_creat(const char* path, mode_t mode) {
     if (standIn == nullptr)
         return __real_creat(path, mode);
     const std::string call = std::string("creat ") + path + " " + std::to_string(mode);
-    return standIn->answer(call, standIn->creatError, kDescriptor);
+    return standIn->answer(call, standIn->creatError, standIn->created);
 }
 
 int __wrap_lockf(int fd, int command, off_t length) {
@@ -145,6 +148,25 @@ TEST_F(ScCheckerCalls, LockForgetsTheDescriptorOfAnEarlierOne) {
     EXPECT_FALSE(checker.lock("y"));
     EXPECT_EQ(checker.fd, -1);
     EXPECT_EQ(checker.path, "/var/run/vpnagent/y");
+}
+
+// A process that was started without standard input may get its number.
+TEST_F(ScCheckerCalls, LockTakesDescriptorZeroToo) {
+    system.created = 0;
+    EXPECT_TRUE(checker.lock("x"));
+    EXPECT_EQ(checker.fd, 0);
+    EXPECT_THAT(system.calls, ElementsAre(kOpenForReading, kCreate, "lockf 0 0"));
+}
+
+TEST_F(ScCheckerCalls, LockForgetsTheDescriptorWhereThereIsNoMemoryForThePath) {
+    if (!support::canFailAllocations())
+        GTEST_SKIP() << "a sanitizer's operator new does not fail";
+    checker.fd = kDescriptor;
+    const support::FailingAllocation failing(0);
+    EXPECT_THROW(checker.lock("a name that is too long to stand in a string itself"),
+                 std::bad_alloc);
+    EXPECT_EQ(checker.fd, -1);
+    EXPECT_THAT(system.calls, IsEmpty());
 }
 
 TEST_F(ScCheckerCalls, LockTakesANameThatStandsInItsOwnPath) {
