@@ -20,6 +20,7 @@ int runList(const Words& words, Console& console);
 int runCheck(const Words& words, Console& console);
 int runCompare(const Words& words, Console& console);
 int runUpdate(const Words& words, Console& console);
+int runBench(const Words& words, Console& console);
 int runInterfaces(const Words& words, Console& console);
 int runLock(const Words& words, Console& console);
 int runXml(const Words& words, Console& console);

@@ -33,6 +33,7 @@ constexpr Command kCommands[] = {
     {"ini", "look up values in INI texts", runIni},
     {"base64", "encode bytes as base64 text, and back", runBase64},
     {"pem", "put certificates into PEM framing, and back", runPem},
+    {"bench", "measure the speed of the digests", runBench},
 };
 
 constexpr char kVersion[] = "pelorik " PELORIK_VERSION "\n";
