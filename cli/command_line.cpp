@@ -11,29 +11,7 @@ namespace cli {
 
 namespace {
 
-constexpr std::size_t kColumns = 80;
-constexpr std::size_t kTextColumn = 26;
 constexpr unsigned kLargestNumber = 1024;
-
-// `left` and, from the column of explanations on, `text`.
-std::string helpLine(const std::string& left, const std::string& text) {
-    std::string line = "  " + left;
-    if (line.size() + 2 > kTextColumn)
-        line += "\n" + std::string(kTextColumn, ' ');
-    else
-        line.resize(kTextColumn, ' ');
-    return line + wrapped(text, kTextColumn) + "\n";
-}
-
-std::string optionNames(const CLI::Option& option) {
-    std::string names = option.get_name(false, true);
-    if (const std::size_t comma = names.find(','); comma != std::string::npos)
-        names.insert(comma + 1, " ");
-    else
-        names.insert(0, "    ");
-    const bool hasValue = option.get_items_expected_max() > 0;
-    return hasValue ? names + " " + option.get_type_name() : names;
-}
 
 bool endsOptions(const std::string& word) {
     return word == "--";
@@ -41,25 +19,10 @@ bool endsOptions(const std::string& word) {
 
 } // namespace
 
-std::string wrapped(const std::string& text, std::size_t column) {
-    std::istringstream words(text);
-    std::string out;
-    std::size_t used = column;
-    for (std::string word; words >> word; used += word.size()) {
-        if (used + 1 + word.size() > kColumns) {
-            out += "\n" + std::string(column, ' ');
-            used = column;
-        } else if (!out.empty()) {
-            out += ' ';
-            ++used;
-        }
-        out += word;
-    }
-    return out;
-}
-
 CommandLine::CommandLine(std::string usage, std::string about)
-    : app_(std::make_unique<CLI::App>()), usage_(std::move(usage)), about_(std::move(about)) {
+    : app_(std::make_unique<CLI::App>()) {
+    description_.usage = std::move(usage);
+    description_.about = std::move(about);
     app_->set_help_flag("-h,--help", "show this text");
     // Operands are left to this class: declared ones would be split at commas when in brackets.
     app_->allow_extras();
@@ -95,15 +58,17 @@ void CommandLine::values(const std::string& names, const std::string& what,
 }
 
 void CommandLine::verb(const std::string& name, const std::string& text) {
-    verbs_ += helpLine(name, text);
+    description_.verbs.push_back({name, text});
 }
 
 void CommandLine::status(int number, const std::string& text) {
-    statuses_ += helpLine(std::to_string(number), text);
+    description_.statuses.push_back({number, text});
 }
 
-void CommandLine::examples(std::string lines) {
-    examples_ = std::move(lines);
+void CommandLine::examples(const std::string& lines) {
+    std::istringstream text(lines);
+    for (std::string line; std::getline(text >> std::ws, line);)
+        description_.examples.push_back(line);
 }
 
 // CLI11 takes the word behind `--name=` for the value, so an empty value becomes a word of its own.
@@ -143,22 +108,26 @@ std::vector<std::string> CommandLine::parse(const std::vector<std::string>& word
     try {
         app_->parse(std::move(reversed));
     } catch (const CLI::CallForHelp&) {
-        throw HelpWanted{help()};
+        throw HelpWanted{described()};
     } catch (const CLI::ParseError& error) {
         throw UsageError(error.what());
     }
     return operands();
 }
 
-std::string CommandLine::help() const {
-    std::string text =
-        "Usage: pelorik " + wrapped(usage_, 15) + "\n\n" + wrapped(about_, 0) + "\n\n";
-    if (!verbs_.empty())
-        text += "Verbs:\n" + verbs_ + "\n";
-    text += "Options:\n";
-    for (const CLI::Option* option : app_->get_options())
-        text += helpLine(optionNames(*option), option->get_description());
-    return text + "\nExit status:\n" + statuses_ + "\nExamples:\n" + examples_;
+Description CommandLine::described() const {
+    Description described = description_;
+    for (const CLI::Option* option : app_->get_options()) {
+        Description::Option out;
+        std::istringstream names(option->get_name(false, true));
+        for (std::string name; std::getline(names, name, ',');)
+            out.names.push_back(name);
+        if (option->get_items_expected_max() > 0)
+            out.value = option->get_type_name();
+        out.text = option->get_description();
+        described.options.push_back(std::move(out));
+    }
+    return described;
 }
 
 } // namespace cli

@@ -3,7 +3,8 @@
 #ifndef PELORIK_CLI_COMMAND_LINE_H
 #define PELORIK_CLI_COMMAND_LINE_H
 
-#include <cstddef>
+#include "cli/description.h"
+
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,7 +18,7 @@ namespace cli {
 
 // Thrown by `CommandLine::parse` when help was asked for.
 struct HelpWanted {
-    std::string text;
+    Description description;
 };
 
 // Declare the options, then `parse`. What an option writes to has to live that long.
@@ -45,9 +46,9 @@ public:
     // A verb that stands where options could: --help lists it before them.
     void verb(const std::string& name, const std::string& text);
 
-    // What --help says of an exit status, and the examples that it ends with.
+    // What --help says of an exit status, and the examples that it ends with, one a line.
     void status(int number, const std::string& text);
-    void examples(std::string lines);
+    void examples(const std::string& lines);
 
     // Fills the targets and returns the operands. Throws `UsageError` and `HelpWanted`.
     std::vector<std::string> parse(const std::vector<std::string>& words);
@@ -55,19 +56,11 @@ public:
 private:
     std::vector<std::string> prepared(const std::vector<std::string>& words) const;
     std::vector<std::string> operands() const;
-    std::string help() const;
+    Description described() const;
 
     std::unique_ptr<CLI::App> app_;
-    std::string usage_;
-    std::string about_;
-    std::string verbs_;
-    std::string statuses_;
-    std::string examples_;
+    Description description_;
 };
-
-// `text` broken into lines of at most 80 columns that start in `column`, the first one without that
-// indentation.
-std::string wrapped(const std::string& text, std::size_t column);
 
 } // namespace cli
 

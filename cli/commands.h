@@ -28,6 +28,15 @@ int runIni(const Words& words, Console& console);
 int runBase64(const Words& words, Console& console);
 int runPem(const Words& words, Console& console);
 
+struct Command {
+    const char* name;
+    const char* text; // for pelorik --help
+    int (*run)(const Words& words, Console& console);
+};
+
+// In the order in which they are shown.
+const std::vector<Command>& allCommands();
+
 } // namespace cli
 
 #endif

@@ -4,6 +4,7 @@
 #include "cli/exit_status.h"
 #include "cli/failure.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <unistd.h>
 #include <utility>
@@ -33,6 +34,11 @@ void Console::print(std::string_view text, Colour colour) {
 
 void Console::printBlock(std::string_view text) {
     append(text);
+}
+
+std::size_t Console::helpColumns() const {
+    constexpr std::size_t kWidest = 80;
+    return terminalOut_ ? std::min(terminalWidth(STDOUT_FILENO), kWidest) : kWidest;
 }
 
 void Console::append(std::string_view text) {

@@ -23,6 +23,9 @@ public:
     // The same for text that may hold line feeds of its own, such as help.
     void printBlock(std::string_view text);
 
+    // How wide help should be: as the terminal, 80 columns at most and elsewhere.
+    std::size_t helpColumns() const;
+
     // Writes what `print` has kept back. Throws `Failure` when writing fails.
     void flush();
 

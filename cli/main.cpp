@@ -15,48 +15,27 @@ namespace cli {
 
 namespace {
 
-struct Command {
-    const char* name;
-    const char* text; // for pelorik --help
-    int (*run)(const Words& words, Console& console);
-};
-
-constexpr Command kCommands[] = {
-    {"hash", "print the digests of files", runHash},
-    {"list", "make a hash list of files", runList},
-    {"check", "check files against a hash list", runCheck},
-    {"update", "bring a hash list up to date", runUpdate},
-    {"compare", "tell how two hash lists differ", runCompare},
-    {"interfaces", "list the network interfaces", runInterfaces},
-    {"lock", "run a command while holding a lock", runLock},
-    {"xml", "check, seal and query XML documents", runXml},
-    {"ini", "look up values in INI texts", runIni},
-    {"base64", "encode bytes as base64 text, and back", runBase64},
-    {"pem", "put certificates into PEM framing, and back", runPem},
-    {"bench", "measure the speed of the digests", runBench},
-};
-
 constexpr char kVersion[] = "pelorik " PELORIK_VERSION "\n";
 
-std::string overview() {
+std::string overview(std::size_t columns) {
+    constexpr std::size_t kTextColumn = 14;
     std::string text = "Usage: pelorik COMMAND [OPTION]... [OPERAND]...\n"
-                       "       pelorik --help | --version\n"
-                       "\n"
-                       "Digests of files and checks against a list of them, network\n"
-                       "interfaces, locks, XML documents and INI texts.\n"
-                       "\n"
-                       "Commands:\n";
-    for (const Command& command : kCommands) {
-        std::string name = command.name;
-        name.resize(12, ' ');
-        text += "  " + name + command.text + "\n";
+                       "       pelorik --help | --version\n\n" +
+                       wrapped("Digests of files and checks against a list of them, network "
+                               "interfaces, locks, XML documents and INI texts.",
+                               0, columns) +
+                       "\n\nCommands:\n";
+    for (const Command& command : allCommands()) {
+        std::string line = std::string("  ") + command.name;
+        line.resize(kTextColumn, ' ');
+        text += line + wrapped(command.text, kTextColumn, columns) + "\n";
     }
-    return text + "\n"
-                  "pelorik COMMAND --help tells a command's options and exit statuses.\n"
-                  "\n"
-                  "Examples:\n"
-                  "  pelorik list -r -o /root/client.list /opt/PELORIKclient\n"
-                  "  pelorik check /root/client.list\n";
+    return text + "\n" +
+           wrapped("pelorik COMMAND --help tells a command's options and exit statuses.", 0,
+                   columns) +
+           "\n\nExamples:\n"
+           "  pelorik list -r -o /root/client.list /opt/PELORIKclient\n"
+           "  pelorik check /root/client.list\n";
 }
 
 // A descriptor 0, 1 or 2 that is closed would be the next file's: what is meant for standard output
@@ -78,7 +57,7 @@ int guarded(Console& console, const std::string& helpFor, Work work) {
     try {
         status = work();
     } catch (const HelpWanted& help) {
-        console.printBlock(help.text);
+        console.printBlock(helpText(help.description, console.helpColumns()));
     } catch (const Interrupted&) {
         console.note("interrupted");
         status = kInterrupted;
@@ -109,7 +88,7 @@ int runWithoutCommand(const std::string& word, Console& console) {
     if (word == "--version")
         console.printBlock(kVersion);
     else if (word == "--help" || word == "-h")
-        console.printBlock(overview());
+        console.printBlock(overview(console.helpColumns()));
     else
         throw UsageError(word.empty() ? "which command?" : "unknown command '" + word + "'");
     return kDone;
@@ -117,10 +96,10 @@ int runWithoutCommand(const std::string& word, Console& console) {
 
 int run(const Words& words) {
     const std::string first = words.empty() ? std::string() : words.front();
-    const auto* const command =
-        std::find_if(std::begin(kCommands), std::end(kCommands),
+    const auto command =
+        std::find_if(allCommands().begin(), allCommands().end(),
                      [&](const Command& candidate) { return first == candidate.name; });
-    if (command == std::end(kCommands)) {
+    if (command == allCommands().end()) {
         Console console("pelorik");
         return finalStatus(console, "pelorik", [&] { return runWithoutCommand(first, console); });
     }
