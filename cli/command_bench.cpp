@@ -86,9 +86,9 @@ std::string jsonOf(const std::string& algorithm, const Speed& speed) {
 std::string textOf(std::string algorithm, const Speed& speed) {
     constexpr double kMebibyte = 1 << 20;
     char number[32];
-    std::snprintf(number, sizeof number, "%8.1f MiB/s", speed.bytesPerSecond() / kMebibyte);
+    std::snprintf(number, sizeof number, "%8.1f", speed.bytesPerSecond() / kMebibyte);
     algorithm.resize(kNameColumn, ' ');
-    return algorithm + number;
+    return algorithm + number + " MiB/s";
 }
 
 } // namespace
