@@ -18,7 +18,6 @@ SYSTEM_WORDS = {"No such file or directory", "Permission denied", "Is a director
 
 # Texts with blanks that are neither help nor messages.
 NO_MESSAGES = {
-    "a signal handler sets it",
     "pelorik: an interrupted list, which pelorik list --resume goes on from",
 }
 
@@ -55,8 +54,8 @@ def literals():
     """Every string literal of the sources, those beside each other joined, as (file, text)."""
     for folder in FOLDERS:
         for path in sorted(glob.glob(os.path.join(markdown.ROOT, folder, "*.[ch]*"))):
-            source = re.sub(r"^\s*//.*$|\s//[^\"\n]*$|^#include.*$", "", markdown.read(path),
-                            flags=re.M)
+            source = re.sub(r"^\s*//.*$|\s//[^\"\n]*$|^#include.*$|static_assert\([^;]*\);", "",
+                            markdown.read(path), flags=re.M)
             for match in re.finditer(r"%s(?:\s*%s)*" % (LITERAL, LITERAL), source):
                 pieces = re.findall(LITERAL, match.group(0))
                 text = "".join(piece[1:-1] for piece in pieces)
