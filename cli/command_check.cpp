@@ -201,7 +201,8 @@ private:
     void summarise(End end);
     std::string summary(End end) const;
     std::string jsonSummary(End end) const;
-    int exitStatus(End end);
+    int exitStatus(End end) const;
+    Colour summaryColour(End end) const;
 
     const CheckOptions& options_;
     const FileIdentity& list_;
@@ -368,14 +369,23 @@ std::string Check::jsonSummary(End end) const {
     return jsonLine(object);
 }
 
+// Green only when everything was looked at and is as listed.
+Colour Check::summaryColour(End end) const {
+    const int status = exitStatus(end);
+    if (status != kDone && status != kInterrupted)
+        return Colour::kRed;
+    const bool all = status == kDone && tally_.of(Status::kMissing) == 0;
+    return all ? Colour::kGreen : Colour::kYellow;
+}
+
 void Check::summarise(End end) {
     if (options_.json)
         console_.print(jsonSummary(end));
     else if (!options_.quiet && !options_.statusOnly)
-        console_.note(summary(end));
+        console_.summarise(summary(end), summaryColour(end));
 }
 
-int Check::exitStatus(End end) {
+int Check::exitStatus(End end) const {
     if (end == End::kInterrupted)
         return kInterrupted;
     if (options_.ignoreMissing && tally_.verified() == 0)

@@ -141,7 +141,7 @@ void summarise(const ChangeReport& report, const CompareOptions& options, Consol
         object["summary"] = report.jsonSummary();
         console.print(jsonLine(object));
     } else if (!options.quiet) {
-        console.note(report.summary());
+        console.summarise(report.summary());
     }
 }
 

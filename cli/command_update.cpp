@@ -275,7 +275,7 @@ void Update::summarise(bool written) const {
         object["summary"]["written"] = written;
         console_.print(jsonLine(object));
     } else if (!options_.quiet) {
-        console_.note((options_.dryRun ? "dry run: " : "") + report_.summary());
+        console_.summarise((options_.dryRun ? "dry run: " : "") + report_.summary());
     }
 }
 

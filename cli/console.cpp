@@ -1,5 +1,6 @@
 #include "cli/console.h"
 
+#include "cli/description.h"
 #include "cli/descriptor.h"
 #include "cli/exit_status.h"
 #include "cli/failure.h"
@@ -58,10 +59,24 @@ void Console::flush() {
 }
 
 void Console::note(std::string_view text, Colour colour) {
+    const std::string line = speaker_ + ": " + std::string(text);
+    writeError(terminalError_ ? forTerminal(line, colour) : line);
+}
+
+void Console::summarise(std::string_view text, Colour colour) {
+    const std::string line = speaker_ + ": " + std::string(text);
+    if (!terminalError_) {
+        writeError(line);
+        return;
+    }
+    constexpr std::size_t kIndent = 2;
+    writeError(painted(wrapped(line, kIndent, terminalWidth(STDERR_FILENO)), colour));
+}
+
+void Console::writeError(const std::string& line) {
     flush();
     progress_.erase();
-    const std::string line = speaker_ + ": " + std::string(text);
-    writeAll(STDERR_FILENO, (terminalError_ ? forTerminal(line, colour) : line) + "\n");
+    writeAll(STDERR_FILENO, line + "\n");
 }
 
 void Console::leave(int status) {

@@ -32,6 +32,10 @@ public:
     // Writes a line to standard error, after what was printed so far.
     void note(std::string_view text, Colour colour = Colour::kNone);
 
+    // Writes the summary of what was done, which holds no names, to standard error. On a terminal
+    // it is broken between words where it does not fit.
+    void summarise(std::string_view text, Colour colour = Colour::kNone);
+
     // Writes out what is kept back and ends the process at once, for a command whose threads are
     // still in the middle of files that nobody needs any more.
     [[noreturn]] void leave(int status);
@@ -40,6 +44,7 @@ public:
 
 private:
     void append(std::string_view text);
+    void writeError(const std::string& line);
 
     std::string speaker_;
     bool terminalOut_;

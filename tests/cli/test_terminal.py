@@ -103,6 +103,19 @@ class Colour(ToolTest):
         self.assertNotIn(b"\x1b", seen)
         self.assertEqual(json.loads(seen.splitlines()[0])["status"], "changed")
 
+    def test_the_summary_has_one(self):
+        self.write("good", b"1")
+        self.write("all", record("good", b"1"))
+        self.write("some", record("good", b"1") + record("gone", b""))
+        for words, code, text in ((["all"], b"32", b"1 checked: 1 unchanged"),
+                                  (["--ignore-missing", "some"], b"33",
+                                   b"2 checked: 1 unchanged, 1 missing"),
+                                  (["--stop", "list"], b"31", b"1 of 2 checked: 1 changed"),
+                                  (["list"], b"31", b"2 checked: 1 changed, 1 missing")):
+            _, seen, _ = Terminal("check", *words).finish()
+            self.assertEqual(seen.splitlines()[-1],
+                             b"\x1b[%sm" % code + b"pelorik: check: " + text + b"\x1b[0m")
+
     def test_none_with_no_color_or_on_a_dumb_terminal(self):
         for changes in ({"NO_COLOR": "1"}, {"NO_COLOR": "0"}, {"TERM": "dumb"}, {"TERM": None}):
             _, seen, _ = Terminal("check", "list", **changes).finish()
@@ -213,6 +226,80 @@ class ProgressLine(ToolTest):
         terminal.interrupt()
         status, seen, _ = terminal.finish()
         self.assertEqual((status, seen), (130, b""))
+
+
+class Widths(ToolTest):
+    """Terminals from narrow to wide."""
+
+    COLUMNS = (40, 80, 200)
+
+    def seen(self, *words, columns):
+        status, seen, _ = Terminal(*words, columns=columns, NO_COLOR="1").finish()
+        return status, seen.decode().splitlines()
+
+    def test_help_fits_but_for_the_examples_which_can_be_copied(self):
+        commands = re.findall(r"^  (\w+) ", self.run_tool("--help").text.split("Examples:")[0], re.M)
+        for words in [["--help"], ["xml", "seal", "--help"]] + [[c, "--help"] for c in commands]:
+            piped = self.run_tool(*words).text
+            for columns in self.COLUMNS:
+                with self.subTest(words=words, columns=columns):
+                    status, lines = self.seen(*words, columns=columns)
+                    text = "\n".join(lines)
+                    body = text.split("Examples:")[0]
+                    # "Usage:" of the tool itself has two lines that are not broken.
+                    fitting = body.split("\n\n", 1)[1] if words == ["--help"] else body
+                    self.assertLessEqual(max(map(len, fitting.splitlines())), min(columns, 80))
+                    self.assertEqual((status, text.split()), (0, piped.split()))
+                    self.assertIn("\n".join(piped.splitlines()[-2:]), text)
+                    if columns >= 80:
+                        self.assertEqual(text + "\n", piped)
+
+    def test_the_summary_is_broken_between_words(self):
+        self.write("good", b"1")
+        self.write("bad", b"1")
+        self.write("list", record("good", b"1") + record("bad", b"2") + record("gone", b"") +
+                   record(".", b"") + b"odd=1\n")
+        summary = ("pelorik: check: 5 checked: 1 unchanged, 1 changed, 1 missing, 1 unreadable, 1 of no "
+                   "known algorithm")
+        for columns in self.COLUMNS:
+            _, lines = self.seen("check", "list", columns=columns)
+            report, rest = lines[:4], lines[4:]
+            self.assertEqual([line.split(":")[0] for line in report],
+                             ["File changed", "Warning", "Error", "Can't create hash calculator for odd [1]."])
+            self.assertEqual(" ".join(line.strip() for line in rest), summary)
+            self.assertLessEqual(max(map(len, rest)), columns)
+            self.assertEqual(len(rest), {40: 3, 80: 2, 200: 1}[columns])
+            self.assertTrue(all(line.startswith("  ") for line in rest[1:]))
+
+    def test_reports_are_whole_and_aligned_whatever_the_width(self):
+        # Lines that do not fit are left to the terminal: a broken name could not be copied.
+        long = "n" * 100
+        self.write("old", record("a", b"1") + record("b", b"1") + record(long, b"1"))
+        self.write("new", record("a", b"2") + record(long, b"2") + record("c", b"1"))
+        for columns in self.COLUMNS:
+            _, lines = self.seen("compare", "--quiet", "old", "new", columns=columns)
+            self.assertEqual(lines, ["changed     a", "removed     b", "changed     " + long,
+                                     "added       c"])
+
+    def test_the_progress_line_is_cut(self):
+        with open("huge", "wb") as file:
+            file.truncate(HUGE)
+        whole = re.compile(rb"\r(0 of 1 files, [0-9.]+ [KMG]iB of 4\.0 TiB, [0-9.]+ [KMG]iB/s, [0-9:]+ left)")
+        for columns in self.COLUMNS:
+            terminal = Terminal("hash", "-a", "md5", "huge", columns=columns)
+            terminal.wait_for(whole if columns > 40 else re.compile(rb"\r0 of 1 files, [^\r]{24}"))
+            terminal.interrupt()
+            status, seen, _ = terminal.finish()
+            self.assertEqual(status, 130)
+            for drawn in re.findall(rb"\r(0 of [^\r]*)", seen):
+                self.assertLess(len(drawn), columns)
+            self.assertEqual(screen(seen)[0], b"pelorik: hash: interrupted: 0 of 1 files hashed")
+
+    def test_interfaces_are_a_table(self):
+        _, lines = self.seen("interfaces", columns=200)
+        self.assertEqual(lines[0].split(), ["NAME", "INDEX", "MTU", "ADDRESSES", "BROADCASTS"])
+        for line in lines[1:]:
+            self.assertEqual(line[lines[0].index("MTU") - 1], " ")
 
 
 class Interrupt(ToolTest):
