@@ -26,7 +26,6 @@ void Hash_Calc_GOST_34_11_2012::Update(const void* data, unsigned long size) {
         if (fill_ < kBlockSize)
             return;
         core_.addPortion(buffer_, kBlockSize);
-        fill_ = 0;
     }
     const unsigned long blocks = size / kBlockSize;
     if (blocks > 0)

@@ -208,6 +208,8 @@ class Finder:
                 self.add("constant", start, end, f"({text} - 1)")
 
     def arguments(self, cursor):
+        if cursor.spelling in ("min", "max"):
+            return  # the same either way
         call_start, call_end = self.span(cursor)
         places = [self.span(argument) for argument in cursor.get_arguments()]
         places = [place for place in places if call_start < place[0] < place[1] < call_end]
