@@ -370,6 +370,53 @@ TEST(AGStrMatchInSubclasses, KeepsTextsApartThatAreMatchedWithTheSamePattern) {
     EXPECT_TRUE(string.Match("*b*c", "aabaac"));
 }
 
+// Before it matches the end "b" and so on of the pattern with the last two bytes of the text, looks
+// for what follows behind both of them, in the empty text.
+struct Hasty : Counting {
+    bool Match(const char* pattern, const char* text) const override {
+        if (*pattern == 'b' && std::strlen(text) == 2)
+            AGStr::Match(pattern + 1, text + 2);
+        return Counting::Match(pattern, text);
+    }
+};
+
+TEST(AGStrMatchInSubclasses, RemembersNoMoreThanWhatFailed) {
+    EXPECT_TRUE(Hasty().Match("*b*c", "abc"));
+}
+
+TEST(AGStrMatchInSubclasses, TriesOnlyThePositionsThatWereNotTried) {
+    const Hasty string;
+    EXPECT_FALSE(string.Match("*b*c", "abx"));
+    std::vector<std::string> tried;
+    for (const auto& [pattern, text] : string.seen) {
+        if (pattern == "c")
+            tried.push_back(text);
+    }
+    EXPECT_EQ(tried, (std::vector<std::string>{"", "x"}));
+}
+
+// How deep calls of it are nested.
+struct Deep : AGStr {
+    bool Match(const char* pattern, const char* text) const override {
+        deepest = std::max(deepest, ++depth);
+        const bool result = AGStr::Match(pattern, text);
+        --depth;
+        return result;
+    }
+    mutable std::size_t depth = 0;
+    mutable std::size_t deepest = 0;
+};
+
+TEST(AGStrMatchInSubclasses, NestsAThousandCallsOfScanAndNoMore) {
+    std::string pattern;
+    for (int i = 0; i < 2000; ++i)
+        pattern += "*a";
+    const std::string text(2000, 'a');
+    const Deep string;
+    EXPECT_TRUE(string.Match(pattern.c_str(), text.c_str()));
+    EXPECT_EQ(string.deepest, 1001u); // the outermost, and one for each call of Scan
+}
+
 // Asks another object before it answers, or refuses.
 struct Asking : AGStr {
     explicit Asking(const AGStr* other) : other_(other) {}
