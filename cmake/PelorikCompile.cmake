@@ -94,11 +94,12 @@ function(pelorik_run_path target)
   target_link_options(${target} PRIVATE "@${PELORIK_RUN_PATH_OPTIONS}")
 endfunction()
 
-# pelorik_install_run_path(TARGET DIRECTORY): gives a file that was just installed into DIRECTORY the run
-# path of the installation.
-function(pelorik_install_run_path target directory)
+# pelorik_install_run_path(TARGET DIRECTORY COMPONENT): gives a file that was just installed into DIRECTORY
+# the run path of the installation.
+function(pelorik_install_run_path target directory component)
   install(CODE "file(RPATH_CHANGE
     FILE \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${directory}/$<TARGET_FILE_NAME:${target}>\"
     OLD_RPATH [[${PELORIK_BUILD_RUN_PATH}]]
-    NEW_RPATH [[${CMAKE_INSTALL_FULL_LIBDIR}]])")
+    NEW_RPATH [[${CMAKE_INSTALL_FULL_LIBDIR}]])"
+    COMPONENT ${component})
 endfunction()

@@ -1,0 +1,1 @@
+include("/opt/PELORIKclient/lib/cmake/pelorikutil/pelorikutilConfigVersion.cmake")
