@@ -6,7 +6,7 @@ add_library(pelorikutil SHARED)
 add_library(pelorikutil::pelorikutil ALIAS pelorikutil)
 add_library(pelorikutil_archive STATIC "$<TARGET_OBJECTS:pelorikutil>")
 add_library(pelorikutil::pelorikutil_static ALIAS pelorikutil_archive)
-add_library(pelorikutil_static STATIC)
+add_library(pelorikutil_static STATIC EXCLUDE_FROM_ALL) # built for those who link it
 
 foreach(target IN ITEMS pelorikutil pelorikutil_archive pelorikutil_static)
   target_compile_features(${target} INTERFACE cxx_std_11)
