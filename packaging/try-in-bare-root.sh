@@ -56,4 +56,4 @@ answers 0 'printf "" > empty && built/consumer empty'
 # shellcheck disable=SC2016 # the root's own shell expands it
 answers 0 'g++ consumer/main.cpp $(pkg-config --cflags --libs pelorikutil) -o by-pkg-config && ./by-pkg-config empty | head -1'
 answers 0 'dpkg --purge pelorik libpelorikutil-dev libpelorikutil1'
-answers 0 'ls /opt /usr/bin/pelorik 2>&1 | sort'
+answers 2 'ls /opt/PELORIKclient /usr/bin/pelorik'
