@@ -7,6 +7,7 @@ usage: consumer_test.py BUILD_DIRECTORY
 """
 
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -85,7 +86,8 @@ class Consumer(unittest.TestCase):
     def test_by_pkg_config(self):
         paths = {"PKG_CONFIG_PATH": str(self.prefix / "lib" / "pkgconfig"), "PATH": "/usr/bin:/bin"}
         flags = run("pkg-config", "--cflags", "--libs", "pelorikutil", env=paths).split()
-        self.assertEqual(run("pkg-config", "--modversion", "pelorikutil", env=paths), "1.0.0\n")
+        version = re.search(r"^CMAKE_PROJECT_VERSION:STATIC=(.*)$", (BUILD / "CMakeCache.txt").read_text(), re.M)
+        self.assertEqual(run("pkg-config", "--modversion", "pelorikutil", env=paths).strip(), version[1])
         for compiler, standard in WAYS:
             with self.subTest(compiler=compiler, standard=standard):
                 program = self.scratch / f"by-pkg-config-{compiler}-{standard}"
