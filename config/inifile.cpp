@@ -1,6 +1,8 @@
 #include "config/inifile.h"
 
 #include <algorithm>
+#include <ios>
+#include <new>
 #include <string_view>
 
 namespace {
@@ -61,6 +63,48 @@ void store(Keys& keys, const KeyLine& parts) {
     keys[std::string(parts.name)].assign(parts.value);
 }
 
+// The lines that std::getline gives, and the stream as it leaves it, except that a failed
+// allocation is thrown. std::getline would take it for the end of a text of which only the
+// beginning came.
+class Lines {
+public:
+    explicit Lines(std::istream& in)
+        : in_(in), wanted_(in.exceptions()),
+          changed_(((wanted_ | in.rdstate()) & std::ios::badbit) == 0) {
+        if (changed_)
+            in.exceptions(wanted_ | std::ios::badbit);
+    }
+    Lines(const Lines&) = delete;
+    Lines& operator=(const Lines&) = delete;
+    ~Lines() {
+        try {
+            in_.exceptions(wanted_);
+        } catch (const std::ios::failure&) {
+            // Has been thrown before.
+        }
+    }
+
+    bool next(std::string& line) {
+        try {
+            return !std::getline(in_, line).fail();
+        } catch (const std::bad_alloc&) {
+            throw;
+        } catch (...) {
+            if (!changed_ || !in_.bad())
+                throw; // as the stream was told to
+        }
+        in_.exceptions(wanted_);
+        if (line.empty())
+            in_.setstate(std::ios::failbit);
+        return false;
+    }
+
+private:
+    std::istream& in_;
+    std::ios::iostate wanted_;
+    bool changed_; // so that the stream passes on what its buffer throws
+};
+
 } // namespace
 
 CIniFileGroupNotFound::~CIniFileGroupNotFound() noexcept = default;
@@ -70,10 +114,11 @@ CIniFileVarNameNotFound::~CIniFileVarNameNotFound() noexcept = default;
 CIniFileFormatError::~CIniFileFormatError() noexcept = default;
 
 IniFile::IniFile(std::istream& in) {
+    Lines lines(in);
     std::string group;
     Keys* keys = nullptr; // of the group, once it has one
     KeyLine parts;
-    for (std::string line; std::getline(in, line);) {
+    for (std::string line; lines.next(line);) {
         const string_view text = cleaned(line);
         if (isHeader(text)) {
             group = nameInHeader(text);

@@ -209,6 +209,48 @@ TEST(IniFile, AStreamThatIsToldToThrowThrows) {
     EXPECT_THROW(IniFile{in}, support::DeviceFailure);
 }
 
+// What std::getline does.
+TEST(IniFile, AStreamThatFailsIsLeftAsTheStandardReadLeavesIt) {
+    for (const char* text : {"k=v\n", "k=v\nhalf a li"}) {
+        support::FailsAtItsEnd device(text);
+        std::istream in(&device);
+        support::FailsAtItsEnd other(text);
+        std::istream expected(&other);
+        IniFile ini(in);
+        for (string line; std::getline(expected, line);) {
+        }
+        EXPECT_EQ(in.rdstate(), expected.rdstate()) << text;
+        EXPECT_EQ(in.exceptions(), std::ios::goodbit);
+    }
+}
+
+TEST(IniFile, AStreamThatIsToldToThrowAtItsEndThrowsThere) {
+    for (const std::ios::iostate state : {std::ios::failbit, std::ios::eofbit}) {
+        std::istringstream in("k=v\n");
+        in.exceptions(state);
+        EXPECT_THROW(IniFile{in}, std::ios::failure);
+        EXPECT_EQ(in.exceptions(), state);
+    }
+    support::FailsAtItsEnd device("k=v\n");
+    std::istream failing(&device);
+    failing.exceptions(std::ios::failbit);
+    EXPECT_THROW(IniFile{failing}, std::ios::failure);
+}
+
+struct LacksMemory : support::ByteAtATime {
+    using ByteAtATime::ByteAtATime;
+    int_type atEnd() override { throw std::bad_alloc(); }
+};
+
+// The beginning of a text is not what its writer meant.
+TEST(IniFile, ATextThatMemoryEndsInIsNotReadInPart) {
+    LacksMemory device("k=v\nl=w\n");
+    std::istream in(&device);
+    EXPECT_THROW(IniFile{in}, std::bad_alloc);
+    EXPECT_TRUE(in.bad());
+    EXPECT_EQ(in.exceptions(), std::ios::goodbit);
+}
+
 TEST(IniFile, ReadsAByteAtATime) {
     support::ByteAtATime device("[g]\nk=v\nl=w");
     std::istream in(&device);
