@@ -96,10 +96,19 @@ std::vector<char*> argumentsOf(std::vector<std::string>& command) {
     _exit(error == ENOENT ? kNotFound : kCannotRun);
 }
 
+// Whether the child has ended. An answer that is not given would not be announced a second time.
+bool hasEnded(pid_t child, int& status) {
+    pid_t ended = -1;
+    do {
+        ended = waitpid(child, &status, WNOHANG);
+    } while (ended < 0 && errno == EINTR);
+    return ended == child;
+}
+
 // Passes signals on until the child has ended.
 int waitFor(pid_t child, const SignalsHeldBack& signals) {
     int status = 0;
-    while (waitpid(child, &status, WNOHANG) != child) {
+    while (!hasEnded(child, status)) {
         siginfo_t info{};
         const int signal = signals.wait(info);
         const bool fromTerminal = info.si_code == SI_KERNEL;

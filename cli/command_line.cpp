@@ -67,6 +67,7 @@ void CommandLine::status(int number, const std::string& text) {
 
 void CommandLine::examples(const std::string& lines) {
     std::istringstream text(lines);
+    text.exceptions(std::ios::badbit); // passes on that memory has ended
     for (std::string line; std::getline(text >> std::ws, line);)
         description_.examples.push_back(line);
 }
@@ -120,6 +121,7 @@ Description CommandLine::described() const {
     for (const CLI::Option* option : app_->get_options()) {
         Description::Option out;
         std::istringstream names(option->get_name(false, true));
+        names.exceptions(std::ios::badbit);
         for (std::string name; std::getline(names, name, ',');)
             out.names.push_back(name);
         if (option->get_items_expected_max() > 0)

@@ -260,6 +260,7 @@ void Listing::hash() {
 void Listing::write() {
     console_.progress().erase();
     std::ostringstream text;
+    text.exceptions(std::ios::badbit); // passes on that memory has ended
     HashFileChecker::PrintHashes(pairs_, text);
     if (output_) {
         output_->commit(text.view());
@@ -268,6 +269,7 @@ void Listing::write() {
         return;
     }
     std::istringstream lines(std::move(text).str());
+    lines.exceptions(std::ios::badbit);
     for (std::string line; std::getline(lines, line);)
         console_.print(line);
 }

@@ -270,9 +270,10 @@ bool Update::write() {
 
 void Update::summarise(bool written) const {
     if (options_.json) {
+        JsonObject summary = report_.jsonSummary();
+        summary["written"] = written;
         JsonObject object;
-        object["summary"] = report_.jsonSummary();
-        object["summary"]["written"] = written;
+        object["summary"] = summary;
         console_.print(jsonLine(object));
     } else if (!options_.quiet) {
         console_.summarise((options_.dryRun ? "dry run: " : "") + report_.summary());

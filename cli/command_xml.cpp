@@ -161,6 +161,7 @@ struct Query {
 Words splitAtSlashes(const std::string& path) {
     Words names;
     std::istringstream text(path);
+    text.exceptions(std::ios::badbit); // passes on that memory has ended
     for (std::string name; std::getline(text, name, '/');)
         names.push_back(name);
     if (path.ends_with('/'))

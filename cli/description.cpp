@@ -46,6 +46,7 @@ std::string usageText(const std::string& usage, std::size_t columns) {
 
 std::string wrapped(const std::string& text, std::size_t column, std::size_t columns) {
     std::istringstream words(text);
+    words.exceptions(std::ios::badbit); // passes on that memory has ended
     std::string out;
     std::size_t used = column;
     for (std::string word; words >> word; used += word.size()) {

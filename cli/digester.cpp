@@ -19,13 +19,13 @@ HashFileChecker::Alg algorithmNamed(const std::string& name) {
 Digester::Digester(const std::vector<HashFileChecker::Alg>& algorithms)
     : buffer_(std::make_unique<std::array<unsigned char, kBlock>>()) {
     for (const HashFileChecker::Alg algorithm : algorithms)
-        factories_.emplace_back(createHashFactory(algorithm));
+        factories_.push_back(std::unique_ptr<IHashFactory>(createHashFactory(algorithm)));
 }
 
 std::uint64_t Digester::read(FileSource& source, Progress& progress, std::uint64_t limit) {
     calculators_.clear();
     for (const auto& factory : factories_)
-        calculators_.emplace_back(factory->createHashCalc());
+        calculators_.push_back(std::unique_ptr<IHash_Calc>(factory->createHashCalc()));
     std::uint64_t total = 0;
     while (total < limit) {
         const auto wanted =
@@ -44,7 +44,8 @@ std::uint64_t Digester::read(FileSource& source, Progress& progress, std::uint64
 std::vector<std::unique_ptr<IHash>> Digester::digests() const {
     std::vector<std::unique_ptr<IHash>> digests;
     for (std::size_t i = 0; i < factories_.size(); ++i)
-        digests.emplace_back(factories_[i]->createHash(*calculators_[i], true));
+        digests.push_back(
+            std::unique_ptr<IHash>(factories_[i]->createHash(*calculators_[i], true)));
     return digests;
 }
 

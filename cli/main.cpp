@@ -2,6 +2,7 @@
 
 #include "cli/command_line.h"
 #include "cli/commands.h"
+#include "cli/descriptor.h"
 #include "cli/exit_status.h"
 #include "cli/failure.h"
 #include "cli/interrupt.h"
@@ -110,6 +111,14 @@ int run(const Words& words) {
     });
 }
 
+// For what comes before there is a command to catch it, or out of the complaint about something
+// else. Allocates nothing.
+int giveUp(const char* why) {
+    for (const char* text : {"pelorik: ", why, "\n"})
+        writeAll(STDERR_FILENO, text);
+    return kTrouble;
+}
+
 } // namespace
 
 } // namespace cli
@@ -117,7 +126,14 @@ int run(const Words& words) {
 int main(int argc, char** argv) {
     cli::occupyStandardDescriptors();
     cli::watchForInterrupt();
-    const int status = cli::run(cli::Words(argv + std::min(argc, 1), argv + argc));
+    int status = cli::kTrouble;
+    try {
+        status = cli::run(cli::Words(argv + std::min(argc, 1), argv + argc));
+    } catch (const std::bad_alloc&) {
+        status = cli::giveUp("out of memory");
+    } catch (const std::exception& failure) {
+        status = cli::giveUp(failure.what());
+    }
     if (status == cli::kInterrupted)
         cli::endAsTerminated();
     return status;

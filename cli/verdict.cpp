@@ -92,6 +92,7 @@ Verdict verify(const FileHashPair& record, bool stop) {
     if (!unfit.empty() && isKnown(record.hash))
         return unreadable(record.name, unfit);
     std::ostringstream report;
+    report.exceptions(std::ios::badbit); // passes on that memory has ended
     HashFileChecker::Statistics counted{};
     try {
         HashFileChecker::CheckFiles({record}, report, &counted, stop);
