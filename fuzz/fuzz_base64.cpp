@@ -5,6 +5,7 @@
 #include "text/base64.h"
 
 #include <memory>
+#include <nettle/base64.h>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,27 @@ int decode(const std::string& text, std::size_t size, Bytes& bytes) {
     return length;
 }
 
+// What nettle makes of the text; -1 for nothing.
+int decodeWithNettle(const std::string& text, Bytes& bytes) {
+    base64_decode_ctx context;
+    base64_decode_init(&context);
+    bytes.resize(BASE64_DECODE_LENGTH(text.size()));
+    std::size_t length = 0;
+    const bool decoded =
+        base64_decode_update(&context, &length, bytes.data(), text.size(), text.data()) == 1 &&
+        base64_decode_final(&context) == 1;
+    bytes.resize(decoded ? length : 0);
+    return decoded ? static_cast<int>(length) : -1;
+}
+
+void decodeAsNettleDoes(const std::string& text) {
+    Bytes ours;
+    Bytes nettles;
+    const int length = decode(text, text.size() + 1, ours);
+    fuzz::require(length == decodeWithNettle(text, nettles) && ours == nettles,
+                  "decoding gives what nettle gives");
+}
+
 void decodeAndEncode(const std::string& text) {
     const int measured = base64_decode(text.c_str(), nullptr, 0);
     Bytes bytes;
@@ -60,7 +82,9 @@ void decodeAndEncode(const std::string& text) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    decodeAndEncode(std::string(std::string(data, data + size).c_str()));
+    const std::string text = std::string(data, data + size).c_str();
+    decodeAndEncode(text);
+    decodeAsNettleDoes(text);
     Bytes bytes;
     fuzz::require(decode(encoded(data, size), size + 1, bytes) == static_cast<int>(size) &&
                       bytes == Bytes(data, data + size),
