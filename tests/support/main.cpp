@@ -61,17 +61,6 @@ __attribute__((weak)) void operator delete[](void* block, std::size_t) noexcept 
 
 namespace {
 
-int openDescriptors() {
-    int count = 0;
-    DIR* const directory = opendir("/proc/self/fd");
-    if (directory == nullptr)
-        return -1;
-    while (readdir(directory) != nullptr)
-        ++count;
-    closedir(directory);
-    return count;
-}
-
 bool hasChildren() {
     const pid_t child = waitpid(-1, nullptr, WNOHANG);
     return child != -1 || errno != ECHILD;
@@ -98,6 +87,17 @@ void support::allowLastingMemory() {
     leaksAllowed = true;
 }
 
+int support::openDescriptors() {
+    int count = 0;
+    DIR* const directory = opendir("/proc/self/fd");
+    if (directory == nullptr)
+        return -1;
+    while (readdir(directory) != nullptr)
+        ++count;
+    closedir(directory);
+    return count;
+}
+
 bool support::canFailAllocations() {
 #ifdef PELORIK_SANITIZED
     return false;
@@ -121,9 +121,9 @@ bool support::FailingAllocation::failed() const {
 int main(int argc, char** argv) {
     testing::InitGoogleMock(&argc, argv);
     testing::UnitTest::GetInstance()->listeners().Append(new MemoryWatch);
-    const int descriptors = openDescriptors();
+    const int descriptors = support::openDescriptors();
     int status = RUN_ALL_TESTS();
-    if (openDescriptors() != descriptors) {
+    if (support::openDescriptors() != descriptors) {
         std::fputs("The test program left a descriptor open.\n", stderr);
         status = 1;
     }
