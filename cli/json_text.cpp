@@ -4,7 +4,9 @@
 #include "text/base64.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
+#include <iterator>
 #include <string_view>
 #include <vector>
 
@@ -84,8 +86,9 @@ JsonValue& JsonValue::operator=(std::nullptr_t) {
     return *this;
 }
 
-JsonValue& JsonValue::operator=(bool value) {
-    text_ = value ? "true" : "false";
+JsonValue& JsonValue::operator=(double value) {
+    char text[32];
+    text_.assign(text, std::to_chars(text, std::end(text), value).ptr);
     return *this;
 }
 

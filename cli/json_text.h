@@ -20,14 +20,21 @@ class JsonObject;
 class JsonValue {
 public:
     JsonValue& operator=(std::nullptr_t);
-    JsonValue& operator=(bool value);
+    JsonValue& operator=(double value); // in as few digits as tell it from its neighbours
     JsonValue& operator=(const char* value);
     JsonValue& operator=(const std::string& value);
     JsonValue& operator=(const std::vector<std::string>& values);
     JsonValue& operator=(const JsonObject& value);
 
+    // A template, so that no number becomes one by itself.
+    template<std::same_as<bool> Bool>
+    JsonValue& operator=(Bool value) {
+        text_ = value ? "true" : "false";
+        return *this;
+    }
+
     template<std::unsigned_integral Number>
-    JsonValue& operator=(Number value) {
+    requires(!std::same_as<Number, bool>) JsonValue& operator=(Number value) {
         text_ = std::to_string(value);
         return *this;
     }
