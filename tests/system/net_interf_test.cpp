@@ -19,6 +19,22 @@
 
 namespace {
 
+std::size_t looksAtNames = 0;
+
+} // namespace
+
+extern "C" {
+std::size_t __real_strlen(const char* text);
+std::size_t __wrap_strlen(const char* text);
+
+std::size_t __wrap_strlen(const char* text) {
+    ++looksAtNames;
+    return __real_strlen(text);
+}
+}
+
+namespace {
+
 using namespace netlink;
 using scripted::datagram;
 using scripted::failure;
@@ -535,6 +551,20 @@ TEST_F(NetInterf, FindsEachOfManyByNameAndIndex) {
             FAIL() << "the second answer starts everything again";
         EXPECT_EQ(list(), manyRecords(count));
     }
+}
+
+// A walk looks at the length of each name that it passes.
+TEST_F(NetInterf, FiveThousandTakeAFewAllocationsAndLooksAtNamesEach) {
+    constexpr std::size_t kCount = 5000;
+    const Bytes links = manyLinks(kCount) + done();
+    const Bytes addresses = manyAddresses(kCount) + done();
+    kernel.replies = {datagram(links), datagram(links), datagram(addresses)};
+    looksAtNames = 0;
+    ASSERT_EQ(call(), 0);
+    EXPECT_EQ(describe(found.list).size(), kCount);
+    EXPECT_LE(kernel.allocations.size(), 4 * kCount);
+    EXPECT_LE(looksAtNames, 4 * kCount);
+    kernel.run([this] { sys_network_interfaces_destroy(&found); });
 }
 
 // What fails for lack of memory is a record, a buffer or an array; the index can do without.
