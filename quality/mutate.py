@@ -109,8 +109,11 @@ class Source:
         return self.bytes[start:end].decode()
 
     def lines_around(self, change):
-        """The lines that a change touches, before and after it, each as one line of text."""
+        """The lines that a change touches, before and after it, each as one line of text; with the line in
+        front when they are so short that there may be others like them."""
         start = self.bytes.rfind(b"\n", 0, change.start) + 1
+        if len(self.text(start, change.end).strip()) < 15:
+            start = self.bytes.rfind(b"\n", 0, start - 1) + 1
         end = self.bytes.find(b"\n", change.end)
         before = self.text(start, end)
         after = self.text(start, change.start) + change.text + self.text(change.end, end)
