@@ -38,6 +38,11 @@ struct Line {
     string value;
 };
 
+// Without it, the bytes of the object would be printed, unused ones included.
+void PrintTo(const Line& shown, std::ostream* out) {
+    *out << shown.text;
+}
+
 class IniFileLine : public testing::TestWithParam<Line> {};
 
 TEST_P(IniFileLine, StoresItsValue) {
@@ -79,6 +84,10 @@ struct Header {
     string line;
     string group;
 };
+
+void PrintTo(const Header& shown, std::ostream* out) {
+    *out << shown.line;
+}
 
 class IniFileHeader : public testing::TestWithParam<Header> {};
 

@@ -36,6 +36,11 @@ struct Accepted {
     string written;
 };
 
+// Without it, the bytes of the object would be printed, unused ones included.
+void PrintTo(const Accepted& shown, std::ostream* out) {
+    *out << shown.text;
+}
+
 class XMLReadAccepts : public testing::TestWithParam<Accepted> {};
 
 TEST_P(XMLReadAccepts, AndBuildsTheTree) {
@@ -144,6 +149,10 @@ const char kEnd[] = "Unexpected end of stream";
 
 string endWhile(const string& expected) {
     return string(kEnd) + ", while '" + expected + "' ecpected";
+}
+
+void PrintTo(const Refused& shown, std::ostream* out) {
+    *out << shown.text;
 }
 
 class XMLReadRefuses : public testing::TestWithParam<Refused> {};

@@ -63,6 +63,11 @@ const std::vector<Algorithm>& algorithms() {
     return all;
 }
 
+// Without it, the bytes of the object would be printed, unused ones included.
+void PrintTo(const Algorithm& shown, std::ostream* out) {
+    *out << shown.tag;
+}
+
 class EachAlgorithm : public testing::TestWithParam<Algorithm> {
 protected:
     const Algorithm& algorithm_ = GetParam();

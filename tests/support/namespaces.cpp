@@ -30,7 +30,7 @@ bool support::enterNewNamespaces(int flags) {
 
 bool support::haveOwnRunDirectory() {
     static const bool have = enterNewNamespaces(CLONE_NEWNS) &&
-                             mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                             mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0 &&
                              mount("none", "/var/run", "tmpfs", 0, "mode=0755") == 0;
     return have;
 }

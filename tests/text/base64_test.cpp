@@ -14,6 +14,7 @@
 #include <tuple>
 #include <type_traits>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -288,6 +289,21 @@ TEST(Base64Decode, LeavesWhatStandsBehindTheDecodedBytes) {
     unsigned char bytes[4] = {9, 9, 9, 9};
     EXPECT_EQ(base64_decode("Zm9v", bytes, 4), 3);
     EXPECT_EQ(bytes[3], 9);
+}
+
+TEST(Base64Decode, WritesNothingBehindADestinationThatIsTooSmall) {
+    unsigned char bytes[4] = {9, 9, 9, 9};
+    EXPECT_EQ(base64_decode("Zm9vYmFy", bytes, 3), -1);
+    EXPECT_EQ(bytes[3], 9);
+}
+
+TEST(Base64Chars, IsNotTakenForTheStandardOneThatItResembles) {
+    char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::swap(alphabet[0], alphabet[1]);
+    const Alphabet swapped(alphabet);
+    char text[5];
+    EXPECT_EQ(base64_encode(reinterpret_cast<const unsigned char*>("\0\0\0"), 3, text, 5), 4);
+    EXPECT_STREQ(text, "BBBB");
 }
 
 // A text of 'A's that is longer than memory: one stretch of it, mapped again and again.
