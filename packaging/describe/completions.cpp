@@ -27,6 +27,7 @@ std::string joined(const std::vector<std::string>& words, const std::string& sep
 
 std::vector<std::string> namesOf(const std::vector<Described>& commands) {
     std::vector<std::string> names;
+    names.reserve(commands.size());
     for (const Described& command : commands)
         names.push_back(command.words.substr(command.words.find(' ') + 1));
     return names;
