@@ -297,6 +297,13 @@ TEST(Base64Decode, WritesNothingBehindADestinationThatIsTooSmall) {
     EXPECT_EQ(bytes[3], 9);
 }
 
+TEST(Base64Decode, NeedsNoMoreRoomForAGroupWithABlankInIt) {
+    unsigned char bytes[4] = {9, 9, 9, 9};
+    EXPECT_EQ(base64_decode("Zm9 v", bytes, 3), 3);
+    EXPECT_EQ(bytes[2], 'o');
+    EXPECT_EQ(bytes[3], 9);
+}
+
 TEST(Base64Chars, IsNotTakenForTheStandardOneThatItResembles) {
     char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::swap(alphabet[0], alphabet[1]);
