@@ -5,7 +5,7 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cxxabi.h>
+#include <exception>
 #include <ios>
 #include <istream>
 #include <limits>
@@ -130,12 +130,10 @@ private:
     int guarded(Read read) {
         try {
             return read();
-        } catch (abi::__forced_unwind&) {
-            turnBad();
-            throw;
         } catch (...) {
             turnBad();
-            if ((in_.exceptions() & std::ios::badbit) != 0)
+            const bool isCancellation = std::current_exception() == nullptr; // no exception of C++
+            if (isCancellation || (in_.exceptions() & std::ios::badbit) != 0)
                 throw;
         }
         return kNone;

@@ -23,8 +23,8 @@ public:
     unsigned number() { return empty() ? 0 : *next_++; }
 
     string text() {
-        const std::size_t length =
-            std::min<std::size_t>(number() % 32, static_cast<std::size_t>(end_ - next_));
+        const std::size_t wanted = number() % 32;
+        const std::size_t length = std::min(wanted, static_cast<std::size_t>(end_ - next_));
         const string text(next_, next_ + length);
         next_ += length;
         return text;
