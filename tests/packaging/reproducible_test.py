@@ -63,7 +63,7 @@ def main(build):
         elsewhere = installed(build_elsewhere(build, scratch), scratch)
     differing = sorted(name for name in {*here, *elsewhere} if here.get(name) != elsewhere.get(name))
     print(f"{len(here)} files installed here, {len(elsewhere)} elsewhere, {len(differing)} differ", *differing)
-    sizes = [len(content) for name, (_, content) in here.items() if name.endswith(("/pelorik", ".so.1.0.0"))]
+    sizes = [len(content) for name, (_, content) in here.items() if name.endswith(("/bin/pelorik", ".so.1.0.0"))]
     # That both of them were there to be compared.
     return 0 if len(sizes) == 2 and min(sizes) > 0 and not differing else 1
 
