@@ -3,9 +3,10 @@
 #ifndef PELORIK_CONFIG_BYTE_SOURCE_H
 #define PELORIK_CONFIG_BYTE_SOURCE_H
 
+#include "config/cancellation.h"
+
 #include <algorithm>
 #include <cstddef>
-#include <exception>
 #include <ios>
 #include <istream>
 #include <limits>
@@ -132,8 +133,7 @@ private:
             return read();
         } catch (...) {
             turnBad();
-            const bool isCancellation = std::current_exception() == nullptr; // no exception of C++
-            if (isCancellation || (in_.exceptions() & std::ios::badbit) != 0)
+            if (isCancellation() || (in_.exceptions() & std::ios::badbit) != 0)
                 throw;
         }
         return kNone;

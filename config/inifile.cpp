@@ -1,5 +1,7 @@
 #include "config/inifile.h"
 
+#include "config/cancellation.h"
+
 #include <algorithm>
 #include <ios>
 #include <new>
@@ -85,12 +87,13 @@ public:
     }
 
     bool next(std::string& line) {
+        line.clear(); // also when the stream fails before it is asked
         try {
             return !std::getline(in_, line).fail();
         } catch (const std::bad_alloc&) {
             throw;
         } catch (...) {
-            if (!changed_ || !in_.bad())
+            if (isCancellation() || !changed_ || !in_.bad())
                 throw; // as the stream was told to
         }
         in_.exceptions(wanted_);

@@ -251,6 +251,40 @@ struct LacksMemory : support::ByteAtATime {
     int_type atEnd() override { throw std::bad_alloc(); }
 };
 
+TEST(IniFile, LetsAThreadEndWhileItReads) {
+    for (const char* text : {"k=v\n", "k=v\nhalf a li"})
+        EXPECT_TRUE(support::isCancelledIn(text, [](std::istream& in) { const IniFile ini(in); }));
+}
+
+// Can be flushed once.
+struct FailsToFlush : std::stringbuf {
+    int flushed = 0;
+    int sync() override {
+        if (flushed++ > 0)
+            throw support::DeviceFailure();
+        return 0;
+    }
+};
+
+// The stream that is flushed before each read fails at the second line.
+TEST(IniFile, AStreamWhoseTiedStreamThrowsIsLeftAsTheStandardReadLeavesIt) {
+    const auto stateAfter = [](auto read) {
+        FailsToFlush device;
+        std::ostream tied(&device);
+        tied.exceptions(std::ios::badbit);
+        std::istringstream in("k=v\nl=w\n");
+        in.tie(&tied);
+        read(in);
+        EXPECT_EQ(device.flushed, 2);
+        return in.rdstate();
+    };
+    const auto standard = [](std::istream& in) {
+        for (string line; std::getline(in, line);) {
+        }
+    };
+    EXPECT_EQ(stateAfter([](std::istream& in) { const IniFile ini(in); }), stateAfter(standard));
+}
+
 // The beginning of a text is not what its writer meant.
 TEST(IniFile, ATextThatMemoryEndsInIsNotReadInPart) {
     LacksMemory device("k=v\nl=w\n");

@@ -14,7 +14,6 @@
 #include <list>
 #include <locale>
 #include <memory>
-#include <pthread.h>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -348,33 +347,11 @@ TEST(XMLRead, AnErrorLeavesWhatWasComplete) {
     EXPECT_EQ(document.GetName(), "name");
 }
 
-// Ends the thread that reads where its text ends.
-class CancelsAtItsEnd : public support::ByteAtATime {
-public:
-    using ByteAtATime::ByteAtATime;
-
-protected:
-    int_type atEnd() override {
-        pthread_cancel(pthread_self());
-        pthread_testcancel();
-        return traits_type::eof();
-    }
-};
-
 TEST(XMLRead, LetsAThreadEndWhileItReads) {
-    CancelsAtItsEnd buffer("<a>text");
-    std::istream in(&buffer);
-    const auto read = [](void* stream) -> void* {
+    EXPECT_TRUE(support::isCancelledIn("<a>text", [](std::istream& in) {
         XMLDocument document;
-        document.Read(*static_cast<std::istream*>(stream));
-        return nullptr;
-    };
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(&thread, nullptr, read, &in), 0);
-    void* result = nullptr;
-    ASSERT_EQ(pthread_join(thread, &result), 0);
-    EXPECT_EQ(result, PTHREAD_CANCELED);
-    EXPECT_TRUE(in.bad());
+        document.Read(in);
+    }));
 }
 
 TEST(XMLRead, TakesForWhiteSpaceWhatTheStreamsLocaleDoes) {

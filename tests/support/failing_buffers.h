@@ -4,6 +4,8 @@
 #define PELORIK_TESTS_SUPPORT_FAILING_BUFFERS_H
 
 #include <cstddef>
+#include <istream>
+#include <pthread.h>
 #include <stdexcept>
 #include <streambuf>
 #include <string>
@@ -49,6 +51,41 @@ public:
 protected:
     int_type atEnd() override { throw DeviceFailure(); }
 };
+
+// As `ByteAtATime`, but ends the thread that reads where its text ends.
+class CancelsAtItsEnd : public ByteAtATime {
+public:
+    using ByteAtATime::ByteAtATime;
+
+protected:
+    int_type atEnd() override {
+        pthread_cancel(pthread_self());
+        pthread_testcancel();
+        return traits_type::eof();
+    }
+};
+
+// Hands a stream over that text to `read` in a thread of its own. True when the thread was
+// cancelled and the stream is bad then.
+inline bool isCancelledIn(const std::string& text, void (*read)(std::istream& in)) {
+    struct Reading {
+        std::istream& in;
+        void (*read)(std::istream& in);
+    };
+    CancelsAtItsEnd buffer(text);
+    std::istream in(&buffer);
+    Reading reading{in, read};
+    const auto run = [](void* argument) -> void* {
+        const auto& all = *static_cast<Reading*>(argument);
+        all.read(all.in);
+        return nullptr;
+    };
+    pthread_t thread;
+    void* result = nullptr;
+    if (pthread_create(&thread, nullptr, run, &reading) != 0 || pthread_join(thread, &result) != 0)
+        throw std::runtime_error("no thread");
+    return result == PTHREAD_CANCELED && in.bad();
+}
 
 // Keeps the first `limit` bytes that it is given and then fails, with a result or an exception.
 class FailsAfter : public std::streambuf {
