@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 namespace {
 
@@ -104,7 +105,7 @@ bool HashMD5::Check(const char* text, bool upperCase) const {
 }
 
 bool HashMD5::operator==(const HashMD5& other) const {
-    return std::memcmp(bytes_, other.bytes_, sizeof bytes_) == 0;
+    return std::equal(std::begin(bytes_), std::end(bytes_), other.bytes_);
 }
 
 void uint32ToByte(unsigned char* out, unsigned int* in, unsigned int length) {

@@ -19,35 +19,30 @@ inline __m128i word(uint32_t value) {
 
 struct VectorSteps {
     template<int Shift>
-    static void f(__m128i& a, __m128i x, __m128i y, __m128i z, uint32_t message,
-                  uint32_t constant) {
-        step<Shift, 0xca>(a, x, y, z, message, constant);
+    static void f(__m128i& a, __m128i x, __m128i y, __m128i z, uint32_t addend) {
+        step<Shift, 0xca>(a, x, y, z, addend);
     }
 
     template<int Shift>
-    static void g(__m128i& a, __m128i x, __m128i y, __m128i z, uint32_t message,
-                  uint32_t constant) {
-        step<Shift, 0xe4>(a, x, y, z, message, constant);
+    static void g(__m128i& a, __m128i x, __m128i y, __m128i z, uint32_t addend) {
+        step<Shift, 0xe4>(a, x, y, z, addend);
     }
 
     template<int Shift>
-    static void h(__m128i& a, __m128i x, __m128i y, __m128i z, uint32_t message,
-                  uint32_t constant) {
-        step<Shift, 0x96>(a, x, y, z, message, constant);
+    static void h(__m128i& a, __m128i x, __m128i y, __m128i z, uint32_t addend) {
+        step<Shift, 0x96>(a, x, y, z, addend);
     }
 
     template<int Shift>
-    static void i(__m128i& a, __m128i x, __m128i y, __m128i z, uint32_t message,
-                  uint32_t constant) {
-        step<Shift, 0x39>(a, x, y, z, message, constant);
+    static void i(__m128i& a, __m128i x, __m128i y, __m128i z, uint32_t addend) {
+        step<Shift, 0x39>(a, x, y, z, addend);
     }
 
 private:
     // `TruthTable` is the round's function of x, y and z.
     template<int Shift, int TruthTable>
-    static void step(__m128i& a, __m128i x, __m128i y, __m128i z, uint32_t message,
-                     uint32_t constant) {
-        const __m128i known = _mm_add_epi32(a, word(message + constant));
+    static void step(__m128i& a, __m128i x, __m128i y, __m128i z, uint32_t addend) {
+        const __m128i known = _mm_add_epi32(a, word(addend));
         const __m128i function = _mm_ternarylogic_epi32(x, y, z, TruthTable);
         a = _mm_add_epi32(x, _mm_rol_epi32(_mm_add_epi32(known, function), Shift));
     }

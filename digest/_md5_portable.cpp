@@ -18,24 +18,24 @@ using Word = std::uint32_t;
 
 struct ScalarSteps {
     template<int Shift>
-    static void f(Word& a, Word x, Word y, Word z, Word message, Word constant) {
-        finish<Shift>(a, x, a + message + constant + (z ^ (x & (y ^ z))));
+    static void f(Word& a, Word x, Word y, Word z, Word addend) {
+        finish<Shift>(a, x, a + addend + (z ^ (x & (y ^ z))));
     }
 
     // The two terms have no bit in common, so that their sum is their union.
     template<int Shift>
-    static void g(Word& a, Word x, Word y, Word z, Word message, Word constant) {
-        finish<Shift>(a, x, a + message + constant + (y & ~z) + (x & z));
+    static void g(Word& a, Word x, Word y, Word z, Word addend) {
+        finish<Shift>(a, x, a + addend + (y & ~z) + (x & z));
     }
 
     template<int Shift>
-    static void h(Word& a, Word x, Word y, Word z, Word message, Word constant) {
-        finish<Shift>(a, x, a + message + constant + (x ^ (y ^ z)));
+    static void h(Word& a, Word x, Word y, Word z, Word addend) {
+        finish<Shift>(a, x, a + addend + (x ^ (y ^ z)));
     }
 
     template<int Shift>
-    static void i(Word& a, Word x, Word y, Word z, Word message, Word constant) {
-        finish<Shift>(a, x, a + message + constant + (y ^ (x | ~z)));
+    static void i(Word& a, Word x, Word y, Word z, Word addend) {
+        finish<Shift>(a, x, a + addend + (y ^ (x | ~z)));
     }
 
 private:

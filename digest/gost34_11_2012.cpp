@@ -63,6 +63,6 @@ void gost_34_11_2012(const void* data, unsigned long size, void* out, int bits) 
 
     const unsigned char* const digest = core.getHash();
     const int available = bits == 512 ? 64 : 32;
-    const int wanted = std::clamp(bits / 8, 0, available);
+    const int wanted = std::max(0, std::min(bits / 8, available));
     std::memcpy(out, digest, static_cast<std::size_t>(wanted));
 }

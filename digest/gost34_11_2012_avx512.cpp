@@ -88,13 +88,12 @@ consteval Bytes transposedConstant(unsigned number) {
     return constant;
 }
 
-constexpr Bytes kQuarterOfPi[4] = {quarterOfPi(0), quarterOfPi(1), quarterOfPi(2), quarterOfPi(3)};
-constexpr Bytes kColumnPair[4] = {columnPair(0), columnPair(1), columnPair(2), columnPair(3)};
-constexpr Quadwords kOwn[4] = {matrices(0, 0), matrices(1, 0), matrices(2, 0), matrices(3, 0)};
-constexpr Quadwords kNeighbour[4] = {matrices(0, 1), matrices(1, 1), matrices(2, 1),
-                                     matrices(3, 1)};
+constexpr Bytes kQuarterOfPi[] = {quarterOfPi(0), quarterOfPi(1), quarterOfPi(2), quarterOfPi(3)};
+constexpr Bytes kColumnPair[] = {columnPair(0), columnPair(1), columnPair(2), columnPair(3)};
+constexpr Quadwords kOwn[] = {matrices(0, 0), matrices(1, 0), matrices(2, 0), matrices(3, 0)};
+constexpr Quadwords kNeighbour[] = {matrices(0, 1), matrices(1, 1), matrices(2, 1), matrices(3, 1)};
 constexpr Bytes kTransposition = transposition();
-constexpr Bytes kConstant[12] = {
+constexpr Bytes kConstant[] = {
     transposedConstant(0), transposedConstant(1), transposedConstant(2),  transposedConstant(3),
     transposedConstant(4), transposedConstant(5), transposedConstant(6),  transposedConstant(7),
     transposedConstant(8), transposedConstant(9), transposedConstant(10), transposedConstant(11)};

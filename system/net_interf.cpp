@@ -287,17 +287,16 @@ public:
     ~Channel() {
         const ErrnoKeeper keeper;
         std::free(larger_);
-        if (socket_ >= 0)
+        if (socket_ != kNoSocket)
             close(socket_);
     }
 
     bool open() {
-        port_ = static_cast<std::uint32_t>(getpid());
         socket_ = socket(AF_NETLINK, SOCK_RAW, NETLINK_ROUTE);
         sockaddr_nl address{};
         address.nl_family = AF_NETLINK;
         address.nl_pid = port_;
-        return socket_ >= 0 &&
+        return socket_ != kNoSocket &&
                bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     }
 
@@ -317,19 +316,21 @@ public:
         sockaddr_nl kernel{};
         kernel.nl_family = AF_NETLINK;
         iovec vector{bytes, sizeof bytes};
-        const msghdr message = messageOf(vector, &kernel, sizeof kernel);
+        msghdr message = messageFor(vector);
+        message.msg_name = &kernel;
+        message.msg_namelen = sizeof kernel;
         return sendmsg(socket_, &message, 0) == sizeof bytes;
     }
 
     // Receives one datagram, which stays valid until the next call.
     Outcome receive(Bytes& datagram) {
         iovec vector{buffer(), size_};
-        msghdr message = messageOf(vector, nullptr, 0);
+        msghdr message = messageFor(vector);
         const ssize_t length = recvmsg(socket_, &message, MSG_TRUNC);
-        if (length == 0)
-            return Outcome::complete;
         if (length < 0 || length > std::numeric_limits<std::uint32_t>::max())
             return Outcome::failed;
+        if (length == 0)
+            return Outcome::complete;
         wanted_ = static_cast<std::size_t>(length);
         if (wanted_ > size_)
             return Outcome::cut;
@@ -345,15 +346,13 @@ public:
         size_ = wanted_;
         if (larger_ != nullptr)
             return true;
-        socket_ = -1;
+        socket_ = kNoSocket;
         return false;
     }
 
 private:
-    static msghdr messageOf(iovec& vector, sockaddr_nl* peer, socklen_t peerSize) {
+    static msghdr messageFor(iovec& vector) {
         msghdr message{};
-        message.msg_name = peer;
-        message.msg_namelen = peerSize;
         message.msg_iov = &vector;
         message.msg_iovlen = 1;
         return message;
@@ -361,8 +360,10 @@ private:
 
     unsigned char* buffer() { return larger_ == nullptr ? first_ : larger_; }
 
-    int socket_ = -1;
-    std::uint32_t port_ = 0;
+    static constexpr int kNoSocket = -1;
+
+    const std::uint32_t port_ = static_cast<std::uint32_t>(getpid());
+    int socket_ = kNoSocket;
     unsigned char* larger_ = nullptr;
     std::size_t size_ = kFirstBufferSize;
     std::size_t wanted_ = 0;

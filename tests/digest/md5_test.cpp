@@ -1,6 +1,7 @@
 #include "digest/_md5.h"
 #include "tests/support/bytes.h"
 #include "tests/support/digest_surface.h"
+#include "tests/support/peer_digest.h"
 #include "tests/support/vectors.h"
 
 #include <bit>
@@ -171,6 +172,36 @@ private:
     std::size_t size_;
     char* base_;
 };
+
+TEST(Md5, CountsTheBitsOfALongCallInBothWords) {
+    const std::string piece(RepeatedFile::kPiece, '\0');
+    const RepeatedFile bytes(piece, 513);
+    HashMD5_Calc calc = Md5Pair::newCalc();
+    calc.Update(bytes.data(), (std::size_t{1} << 29) + 5);
+    std::uint32_t words[22];
+    std::memcpy(words, &calc, sizeof words);
+    EXPECT_EQ(words[16], 40U);
+    EXPECT_EQ(words[17], 1U);
+}
+
+// After its end a message goes on behind its padding, which counts like any other part of it.
+TEST(Md5, FinalizedInPlaceAMessageGoesOnBehindItsPadding) {
+    for (std::size_t length = 0; length <= 130; ++length) {
+        const std::string message = support::pattern(length);
+        HashMD5_Calc calc = Md5Pair::newCalc();
+        calc.Update(message.data(), message.size());
+        const HashMD5 first(calc, true);
+        calc.Update("more", 4);
+
+        const std::uint64_t bits = 8 * length;
+        std::string padded = message + '\x80';
+        padded.resize((length + 8) / 64 * 64 + 56);
+        padded.append(reinterpret_cast<const char*>(&bits), sizeof bits);
+        EXPECT_EQ(textOf(HashMD5(calc, true)),
+                  support::peerDigest(support::Peer::Md5, padded + "more"))
+            << length;
+    }
+}
 
 TEST(Md5, Deliberate_CountsTheLengthOfOneCallModulo4GiB) {
 #if defined(PELORIK_SANITIZED) || !defined(__OPTIMIZE__)
