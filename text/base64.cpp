@@ -144,8 +144,9 @@ constexpr GroupBits kStandardGroupBits = groupBitsOf(kStandardPositions);
 std::uint32_t readGroup(const GroupBits& bits, const unsigned char* text) {
     std::uint32_t characters;
     std::memcpy(&characters, text, sizeof characters);
-    return bits[0][characters & 255] | bits[1][characters >> 8 & 255] |
-           bits[2][characters >> 16 & 255] | bits[3][characters >> 24];
+    return bits[0][static_cast<unsigned char>(characters)] |
+           bits[1][static_cast<unsigned char>(characters >> 8)] |
+           bits[2][static_cast<unsigned char>(characters >> 16)] | bits[3][characters >> 24];
 }
 
 bool isGroup(std::uint32_t bits) {
@@ -338,7 +339,7 @@ bool is_base64_encoded_cert(const char* text, int length) {
     int dashes = 0;
     while (dashes < length && text[dashes] == '-')
         ++dashes;
-    return length - dashes >= 20 && std::strncmp(text + dashes, keyStr.data(), keyStr.size()) == 0;
+    return length - dashes >= 20 && std::equal(keyStr.begin(), keyStr.end(), text + dashes);
 }
 
 int base64_decode_cert(const char* text, int length, unsigned char* destination,
