@@ -8,6 +8,7 @@
 #include "cli/interrupt.h"
 
 #include <algorithm>
+#include <exception>
 #include <fcntl.h>
 #include <new>
 #include <unistd.h>
@@ -119,11 +120,23 @@ int giveUp(const char* why) {
     return kTrouble;
 }
 
+// Static objects are made where nothing catches. All that can be missing there is memory.
+std::terminate_handler usualHandler = nullptr;
+
+[[noreturn]] void giveUpBeforeMain() {
+    ::_exit(giveUp("out of memory"));
+}
+
+[[gnu::constructor(101)]] void watchStaticObjects() {
+    usualHandler = std::set_terminate(giveUpBeforeMain);
+}
+
 } // namespace
 
 } // namespace cli
 
 int main(int argc, char** argv) {
+    std::set_terminate(cli::usualHandler);
     cli::occupyStandardDescriptors();
     cli::watchForInterrupt();
     int status = cli::kTrouble;

@@ -1,5 +1,5 @@
-// Makes the tool's calls fail as the environment says, from its main function on, when this is
-// loaded before everything else.
+// Makes the tool's calls fail as the environment says, from the making of its static objects on,
+// when this is loaded before everything else.
 //
 // PELORIK_CALLS is the kind of calls, "memory" or "system", and either a file that every call is
 // logged in or a call's number and way: "system log FILE", "memory fail 7 0". Programs that the
@@ -21,8 +21,6 @@ using support::CallKind;
 using Main = int (*)(int count, char** words, char** variables);
 using Procedure = void (*)();
 
-Main toolsMain = nullptr;
-
 void begin() {
     const char* const order = std::getenv("PELORIK_CALLS");
     if (order == nullptr)
@@ -42,19 +40,14 @@ void begin() {
         support::failCall(calls, number, way);
 }
 
-int beginAndRun(int count, char** words, char** variables) {
-    begin();
-    return toolsMain(count, words, variables);
-}
-
 } // namespace
 
-// What a program's first instructions call. Its static objects are made in there, before main.
+// What a program's first instructions call. Its static objects are made in there, then it is run.
 extern "C" __attribute__((visibility("default"))) int
 __libc_start_main(Main main, int count, char** words, Procedure initialise, Procedure finish,
                   Procedure unload, void* stackEnd) {
-    toolsMain = main;
     auto* const next =
         reinterpret_cast<decltype(&__libc_start_main)>(dlsym(RTLD_NEXT, "__libc_start_main"));
-    return next(beginAndRun, count, words, initialise, finish, unload, stackEnd);
+    begin();
+    return next(main, count, words, initialise, finish, unload, stackEnd);
 }

@@ -553,7 +553,7 @@ TEST_F(NetInterf, FindsEachOfManyByNameAndIndex) {
     }
 }
 
-// A walk looks at the length of each name that it passes.
+// A walk looks at the length of each name that it passes, an index at a few of them.
 TEST_F(NetInterf, FiveThousandTakeAFewAllocationsAndLooksAtNamesEach) {
     constexpr std::size_t kCount = 5000;
     const Bytes links = manyLinks(kCount) + done();
@@ -563,7 +563,7 @@ TEST_F(NetInterf, FiveThousandTakeAFewAllocationsAndLooksAtNamesEach) {
     ASSERT_EQ(call(), 0);
     EXPECT_EQ(describe(found.list).size(), kCount);
     EXPECT_LE(kernel.allocations.size(), 4 * kCount);
-    EXPECT_LE(looksAtNames, 4 * kCount);
+    EXPECT_LE(looksAtNames, 10 * kCount);
     kernel.run([this] { sys_network_interfaces_destroy(&found); });
 }
 
