@@ -282,7 +282,8 @@ class Workshop:
         shutil.copytree(ROOT, self.sources, ignore=shutil.ignore_patterns("build", ".git", "__pycache__"))
         subprocess.run(
             ["cmake", "-G", "Ninja", "-S", str(self.sources), "-B", str(self.build), "-DCMAKE_BUILD_TYPE=Release",
-             "-DCMAKE_CXX_FLAGS_RELEASE=-O1", "-DPELORIK_BUILD_TOOL=OFF", "-DPELORIK_STATIC_TESTS=ON"],
+             "-DCMAKE_CXX_FLAGS_RELEASE=-O1 -D_GLIBCXX_ASSERTIONS", "-DPELORIK_BUILD_TOOL=OFF",
+             "-DPELORIK_STATIC_TESTS=ON"],
             check=True, stdout=subprocess.DEVNULL,
         )
         if not self.compiles():

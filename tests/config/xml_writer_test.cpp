@@ -193,6 +193,28 @@ TEST(XMLWrite, FlushesAtEveryLineEnd) {
               (std::vector<string>{"<r>\n", "<r>\n<a>text</a>\n", "<r>\n<a>text</a>\n</r>\n"}));
 }
 
+// Keeps each piece that is written.
+class PieceLog : public std::streambuf {
+public:
+    std::vector<string> seen;
+
+private:
+    std::streamsize xsputn(const char* text, std::streamsize length) override {
+        seen.emplace_back(text, static_cast<std::size_t>(length));
+        return length;
+    }
+};
+
+TEST(XMLWrite, WritesAShortLineAsOnePiece) {
+    XMLDeclaration root("r");
+    addChild(root, "a", "text & more").AddAttr("key", "value");
+    PieceLog log;
+    std::ostream out(&log);
+    root.Write(out);
+    EXPECT_EQ(log.seen,
+              (std::vector<string>{"<r>\n", "<a key=\"value\">text &amp; more</a>\n", "</r>\n"}));
+}
+
 std::unique_ptr<XMLDocument> sample() {
     auto document = std::make_unique<XMLDocument>("cfg", true);
     document->AddAttr("k", "v & w");
@@ -321,6 +343,16 @@ TEST_F(XMLSave, ANewFileIsNarrowBeforeAnythingIsInIt) {
     ASSERT_EQ(chmods.size(), 1u);
     EXPECT_EQ(chmods[0].mode, mode_t{0600});
     EXPECT_EQ(chmods[0].size, 12);
+}
+
+TEST_F(XMLSave, NarrowsAlsoThroughDescriptor0AndClosesIt) {
+    const int input = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    EXPECT_TRUE(document.Save(folder.path("new").c_str(), true));
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+    EXPECT_EQ(fchmods.size(), 1u);
+    dup2(input, STDIN_FILENO);
+    close(input);
 }
 
 TEST_F(XMLSave, IgnoresWhatTheLastNarrowingGives) {
