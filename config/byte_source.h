@@ -15,6 +15,8 @@
 #include <string>
 #include <string_view>
 
+namespace config {
+
 // Gives what `std::ws`, `get` and `peek` give, and leaves the stream in the state in which they
 // leave it, without their cost of a sentry for every byte. The stream must live longer.
 class ByteSource {
@@ -152,5 +154,7 @@ private:
     std::locale locale_;
     const std::ctype<char>& characters_;
 };
+
+} // namespace config
 
 #endif

@@ -5,11 +5,15 @@
 
 #include <exception>
 
+namespace config {
+
 // Whether what `catch (...)` has just caught is the thread's cancellation, which has to be thrown
 // on: a handler that keeps it ends the process. It is no exception of C++, so that there is none to
 // point at; catching it by its own type would bind a reference to nothing.
 inline bool isCancellation() {
     return std::current_exception() == nullptr;
 }
+
+} // namespace config
 
 #endif

@@ -3,6 +3,8 @@
 #ifndef PELORIK_CONFIG_DIGIT_VALUE_H
 #define PELORIK_CONFIG_DIGIT_VALUE_H
 
+namespace config {
+
 // The value of a digit, or -1 for what is none in base 10 or 16.
 inline int digitValue(int digit, int base) {
     if (digit >= '0' && digit <= '9')
@@ -13,5 +15,7 @@ inline int digitValue(int digit, int base) {
         return digit - 'a' + 10;
     return -1;
 }
+
+} // namespace config
 
 #endif

@@ -93,7 +93,7 @@ public:
         } catch (const std::bad_alloc&) {
             throw;
         } catch (...) {
-            if (isCancellation() || !changed_ || !in_.bad())
+            if (config::isCancellation() || !changed_ || !in_.bad())
                 throw; // as the stream was told to
         }
         in_.exceptions(wanted_);

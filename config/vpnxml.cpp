@@ -163,8 +163,8 @@ void fromHexString(std::string& out, const std::string& in) {
     if (&out != &in)
         out.resize(count);
     for (std::size_t i = 0; i < count; ++i) {
-        const int high = digitValue(in[2 * i], 16);
-        const int low = digitValue(in[2 * i + 1], 16);
+        const int high = config::digitValue(in[2 * i], 16);
+        const int low = config::digitValue(in[2 * i + 1], 16);
         if (high < 0 || low < 0)
             break;
         out[i] = static_cast<char>(high * 16 + low);

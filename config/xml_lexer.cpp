@@ -6,6 +6,8 @@
 #include <array>
 #include <string_view>
 
+namespace config {
+
 namespace {
 
 constexpr char kEndOfStream[] = "Unexpected end of stream";
@@ -218,3 +220,5 @@ char XMLLexer::numericEntity() {
         fail("not printable hexadecimal char");
     return static_cast<char>(value);
 }
+
+} // namespace config

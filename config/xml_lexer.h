@@ -8,6 +8,8 @@
 #include <istream>
 #include <string>
 
+namespace config {
+
 // Everything here throws `XMLParserError` where the input ends, fails or is not what it must be.
 // The lexer looks ahead by one byte, and puts none back.
 class XMLLexer {
@@ -72,5 +74,7 @@ private:
 
     ByteSource source_;
 };
+
+} // namespace config
 
 #endif

@@ -28,7 +28,7 @@ private:
     void readByteOrderMark();
     void readRoot(XMLDocument& document);
 
-    XMLLexer lexer_;
+    config::XMLLexer lexer_;
 };
 
 namespace {
