@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
 
 namespace {
 
@@ -105,7 +104,7 @@ bool HashMD5::Check(const char* text, bool upperCase) const {
 }
 
 bool HashMD5::operator==(const HashMD5& other) const {
-    return std::equal(std::begin(bytes_), std::end(bytes_), other.bytes_);
+    return std::ranges::equal(bytes_, other.bytes_);
 }
 
 void uint32ToByte(unsigned char* out, unsigned int* in, unsigned int length) {
