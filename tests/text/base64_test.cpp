@@ -214,6 +214,47 @@ TEST(Base64Decode, TakesEveryLengthTo300) {
     }
 }
 
+// Bytes behind which nothing can be read.
+class AtTheEndOfMemory {
+public:
+    AtTheEndOfMemory(const void* bytes, std::size_t size)
+        : start_(static_cast<char*>(mmap(nullptr, 2 * kPage, PROT_READ | PROT_WRITE,
+                                         MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))),
+          bytes_(start_ + kPage - size) {
+        std::memcpy(bytes_, bytes, size);
+        mprotect(start_ + kPage, kPage, PROT_NONE);
+    }
+    ~AtTheEndOfMemory() { munmap(start_, 2 * kPage); }
+    AtTheEndOfMemory(const AtTheEndOfMemory&) = delete;
+    AtTheEndOfMemory& operator=(const AtTheEndOfMemory&) = delete;
+
+    const char* text() const { return bytes_; }
+    const unsigned char* data() const { return reinterpret_cast<const unsigned char*>(bytes_); }
+
+private:
+    static constexpr std::size_t kPage = 4096;
+    char* start_;
+    char* bytes_;
+};
+
+TEST(Base64, ReadsNothingBehindItsInput) {
+    const std::vector<std::string> texts = patternedTexts();
+    for (std::size_t n = 1; n < 50; ++n) {
+        const AtTheEndOfMemory bytes(patterned(n).data(), n);
+        char text[100];
+        EXPECT_EQ(base64_encode(bytes.data(), sizeOf(n), text, sizeof text), lengthOf(texts[n]));
+
+        const AtTheEndOfMemory whole(texts[n].c_str(), texts[n].size() + 1);
+        unsigned char back[100];
+        EXPECT_EQ(base64_decode(whole.text(), back, sizeof back), static_cast<int>(n));
+        EXPECT_EQ(base64_decode(whole.text(), nullptr, 0), static_cast<int>(n));
+        const std::string half = texts[n].substr(0, texts[n].size() - 3);
+        const AtTheEndOfMemory cut(half.c_str(), half.size() + 1);
+        EXPECT_EQ(base64_decode(cut.text(), back, sizeof back), -1);
+        EXPECT_EQ(base64_decode(cut.text(), nullptr, 0), -1);
+    }
+}
+
 TEST(Base64Decode, AgreesWithTheRulesOnEveryOneByteCorruption) {
     const std::string samples[] = {patternedTexts()[25], patternedTexts()[26], patternedTexts()[27],
                                    "Zm9v Ym\r\nFy Zg = =\n"};
@@ -414,6 +455,9 @@ TEST(Base64Chars, MayBeLongerForDecoding) {
         EXPECT_EQ(decode(text, bytes), 3);
         EXPECT_EQ(bytes, expected) << text;
     }
+    Bytes bytes;
+    EXPECT_EQ(decode("AAAA-AAA", bytes), 6);
+    EXPECT_EQ(bytes, Bytes(6)) << "nothing of a group reaches the one before";
 }
 
 TEST(Base64Chars, TakesTheFirstOfEqualCharacters) {
