@@ -278,7 +278,7 @@ class Workshop:
         self.limits = {}
 
     def prepare(self):
-        shutil.rmtree(self.sources, ignore_errors=True)
+        shutil.rmtree(self.directory, ignore_errors=True)
         shutil.copytree(ROOT, self.sources, ignore=shutil.ignore_patterns("build", ".git", "__pycache__"))
         subprocess.run(
             ["cmake", "-G", "Ninja", "-S", str(self.sources), "-B", str(self.build), "-DCMAKE_BUILD_TYPE=Release",
