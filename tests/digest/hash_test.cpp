@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
