@@ -101,8 +101,8 @@ int runLock(const Words& words, Console& console) {
         console.note("another process holds the lock '" + options.name + "'");
         return kFailed;
     }
-    if (lock->wasLeftBehind())
-        console.note("the last holder of '" + options.name + "' left its file behind");
+    if (lock->wasThereAlready())
+        console.note("the file of '" + options.name + "' was there already, though nobody held it");
     const CommandEnd end = runCommand(options.command, lock->descriptor());
     if (end.execError != 0)
         console.note(options.command.front() + ": " + errorText(end.execError));

@@ -44,11 +44,11 @@ bool areSame(const Status& left, const Status& right) {
 
 } // namespace
 
-HeldLock::HeldLock(SCChecker checker, bool leftBehind)
-    : checker_(std::move(checker)), leftBehind_(leftBehind) {}
+HeldLock::HeldLock(SCChecker checker, bool wasThere)
+    : checker_(std::move(checker)), wasThere_(wasThere) {}
 
 HeldLock::HeldLock(HeldLock&& other) noexcept
-    : checker_(std::move(other.checker_)), leftBehind_(other.leftBehind_) {
+    : checker_(std::move(other.checker_)), wasThere_(other.wasThere_) {
     other.checker_.fd = -1;
 }
 

@@ -26,14 +26,15 @@ public:
 
     int descriptor() const { return checker_.fd; }
 
-    // Whether the file was there already: its last holder did not come to remove it.
-    bool wasLeftBehind() const { return leftBehind_; }
+    // Whether the file was there already, though nobody held it: its last holder did not come to
+    // remove it, or another process had just made it and came too late to lock it.
+    bool wasThereAlready() const { return wasThere_; }
 
 private:
-    HeldLock(SCChecker checker, bool leftBehind);
+    HeldLock(SCChecker checker, bool wasThere);
 
     SCChecker checker_;
-    bool leftBehind_;
+    bool wasThere_;
 };
 
 } // namespace cli

@@ -88,7 +88,7 @@ TEST_F(HeldLockTest, IsNotHadOnAFileThatItsHolderRemovesMeanwhile) {
     const std::optional<HeldLock> lock = HeldLock::tryToTake("x");
     ASSERT_TRUE(lock);
     EXPECT_TRUE(namesTheLockedFile(*lock));
-    EXPECT_FALSE(lock->wasLeftBehind());
+    EXPECT_FALSE(lock->wasThereAlready());
     EXPECT_FALSE(anotherProcessGetsIt());
 }
 
@@ -125,8 +125,8 @@ TEST_F(HeldLockTest, LeavesTheFileOfAnotherHolderAlone) {
 
 TEST_F(HeldLockTest, KnowsAFileThatWasLeftBehind) {
     makeFile();
-    EXPECT_TRUE(HeldLock::tryToTake("x")->wasLeftBehind());
-    EXPECT_FALSE(HeldLock::tryToTake("x")->wasLeftBehind());
+    EXPECT_TRUE(HeldLock::tryToTake("x")->wasThereAlready());
+    EXPECT_FALSE(HeldLock::tryToTake("x")->wasThereAlready());
 }
 
 TEST_F(HeldLockTest, IsHeldByWhoeverItWasMovedTo) {
