@@ -50,7 +50,8 @@ private:
 /// A finished MD5 digest: 16 bytes, in the order in which RFC 1321 prints them.
 class PELORIK_API HashMD5 {
 public:
-    /// The digest of the `length` bytes at `data`; a null `data` is the empty message.
+    /// The digest of the `length` bytes at `data`, fed in one call, so that RFC 1321's digest takes
+    /// less than 4 GiB. A null `data` is the empty message.
     HashMD5(const void* data, std::size_t length);
 
     /// The digest of everything that `calc` was fed.

@@ -71,7 +71,8 @@ public:
     /// must hold 65 bytes. Returns `out`.
     ///
     /// Deliberate: a text of up to 31 characters, and a null `text`, which is the empty one, is
-    /// hashed as a whole block of 32 bytes, filled up with zero bytes that count as message.
+    /// hashed as a whole block of 32 bytes, filled up with zero bytes that count as message. A
+    /// longer one is hashed as it is, whatever its length.
     static char* calc(const char* text, char* out);
 
 private:

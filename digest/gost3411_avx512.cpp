@@ -31,10 +31,6 @@ struct alignas(64) Bytes {
     uint8_t at[64];
 };
 
-struct alignas(64) Quadwords {
-    uint64_t at[8];
-};
-
 // Tells where byte `i` of a value stands in a register.
 using Place = unsigned (*)(unsigned i);
 

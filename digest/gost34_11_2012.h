@@ -57,7 +57,8 @@ private:
 };
 
 /// Writes the `bits`-bit digest (256 or 512) of the `size` bytes at `data` to `out`: `bits` / 8
-/// bytes, but never more than the digest has (64 for 512 bits, else 32).
+/// bytes, but never more than the digest has (64 for 512 bits, else 32), and none for negative
+/// `bits`. `data` may be null when `size` is 0.
 ///
 /// Deliberate: for messages of 0 to 64 bytes only. A longer one is refused: `out` is left as it is.
 PELORIK_API void gost_34_11_2012(const void* data, unsigned long size, void* out, int bits);

@@ -45,7 +45,8 @@ public:
 
     /// Feeds the next `length` bytes at `data`; any number of calls, of length 0 too.
     ///
-    /// GOST R 34.11-94 fills every call up to a multiple of 32 bytes (see gost3411.h).
+    /// A null `data` adds nothing, whatever `length` says. GOST R 34.11-94 fills every call up to a
+    /// multiple of 32 bytes (see gost3411.h); MD5 takes less than 4 GiB a call (see _md5.h).
     virtual void Update(const void* data, std::size_t length) = 0;
 };
 
@@ -71,13 +72,14 @@ public:
     virtual const unsigned char* Digest() const = 0;
 };
 
-/// Makes the calculators and digests of one algorithm. Nothing here returns null.
+/// Makes the calculators and digests of one algorithm. Nothing here returns null; without memory,
+/// each operation throws `std::bad_alloc`.
 class PELORIK_API IHashFactory {
 public:
     /// A new calculator, ready for use.
     virtual IHash_Calc* createHashCalc() const = 0;
 
-    /// The digest of the `length` bytes at `data`.
+    /// The digest of the `length` bytes at `data`; a null `data` is the empty message.
     virtual IHash* createHash(const void* data, std::size_t length) const = 0;
 
     /// The digest of everything that `calc` was fed.
@@ -88,9 +90,15 @@ public:
     virtual IHash* createHash(IHash_Calc& calc, bool finalizeInPlace) const = 0;
 
     virtual ~IHashFactory();
+    IHashFactory(const IHashFactory&) = delete;
+    IHashFactory& operator=(const IHashFactory&) = delete;
+
+protected:
+    IHashFactory() = default;
 };
 
-/// The calculator over one algorithm's calculator class.
+/// The calculator over one algorithm's calculator class. A factory hands it out ready for use; one
+/// made by hand begins like a `CalcT`, which for some takes a `Reset`.
 template<class CalcT>
 class PELORIK_API Hash_Calc : public IHash_Calc {
 public:

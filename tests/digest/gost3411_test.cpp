@@ -112,9 +112,7 @@ TEST(Gost94, CallsOfWholeBlocksContinueTheMessage) {
               expected(pattern(32) + pattern(64) + pattern(5)));
 }
 
-// What the padding of each call means, told by a message whose calls are padded by hand: the blocks
-// and their sum are the same, the length is not, so the digests must differ; with whole blocks they
-// must not.
+// Calls that are filled up by hand give the same blocks and the same sum.
 TEST(Gost94, Deliberate_EveryCallIsFilledUpWithZerosOnItsOwn) {
     EXPECT_NE(digestOfCalls({"ab", "cd"}), expected("abcd"));
     const auto blocksOf = [](std::initializer_list<std::string> calls) {
@@ -140,6 +138,32 @@ TEST(Gost94, Deliberate_TheLengthCountsOnlyRealBytes) {
     std::uint64_t length;
     std::memcpy(&length, reinterpret_cast<const char*>(&calc) + 128, sizeof length);
     EXPECT_EQ(length, 5U);
+}
+
+// Its hash takes the block with the length in, 24 bits here, and is the digest's last but one.
+TEST(Gost94, FinishingInPlaceChangesTheHash) {
+    const auto hash = [](const HashGOST3411_Calc& calc) {
+        return support::toHex(reinterpret_cast<const char*>(&calc) + 64, 32);
+    };
+    HashGOST3411_Calc calc = Gost94Pair::newCalc();
+    calc.Update("abc", 3);
+    const std::string before = hash(calc);
+    const HashGOST3411 ofCopy(calc, false);
+    EXPECT_EQ(hash(calc), before);
+
+    HashGOST3411_Calc consumed = calc;
+    const HashGOST3411 ofItself(consumed, true);
+    EXPECT_NE(hash(consumed), before);
+
+    HashGOST3411 out = ofCopy;
+    calc.FinalizeHash(out);
+    EXPECT_EQ(hash(calc), hash(consumed));
+
+    const std::string lengthBlock = "\x18" + std::string(31, '\0');
+    HashGOST3411_Calc byHand = Gost94Pair::newCalc();
+    byHand.Update("abc", 3);
+    byHand.Update(lengthBlock.data(), lengthBlock.size());
+    EXPECT_EQ(hash(byHand), hash(consumed));
 }
 
 // The bit count wraps: 2^61 bytes more are no bits more. Set through the calculator's memory.

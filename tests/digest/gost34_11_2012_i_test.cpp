@@ -99,6 +99,25 @@ TEST(Gost2012, FinalizeHashAgainGivesTheSameDigest) {
     }
 }
 
+// The core says whether it is finished behind its size.
+TEST(Gost2012, FinishesACopyOrTheCalculatorItself) {
+    const auto isFinished = [](const Hash_Calc_GOST_34_11_2012& calc) {
+        return reinterpret_cast<const char*>(&calc)[4 * 64 + 4] != 0;
+    };
+    Hash_Calc_GOST_34_11_2012 calc;
+    calc.Update("abc", 3);
+    const Hash_GOST_34_11_2012 ofCopy(calc, false);
+    EXPECT_FALSE(isFinished(calc));
+
+    Hash_Calc_GOST_34_11_2012 consumed = calc;
+    const Hash_GOST_34_11_2012 ofItself(consumed, true);
+    EXPECT_TRUE(isFinished(consumed));
+
+    Hash_GOST_34_11_2012 out = ofCopy;
+    calc.FinalizeHash(out);
+    EXPECT_TRUE(isFinished(calc));
+}
+
 // Meaningless, but harmless.
 TEST(Gost2012, UpdatesAfterTheEndCorruptNoMemory) {
     Hash_Calc_GOST_34_11_2012 calc;
@@ -107,6 +126,7 @@ TEST(Gost2012, UpdatesAfterTheEndCorruptNoMemory) {
         calc.Update(pattern(length).data(), length);
         calc.FinalizeHash(digest);
     }
+    EXPECT_NE(textOf(digest), expected(""));
 }
 
 } // namespace

@@ -154,10 +154,17 @@ TEST(CreateHashFactory, GivesNullForAValueThatIsNoAlgorithm) {
     }
 }
 
+template<class Factory>
+void expectMadeElsewhere() {
+    EXPECT_FALSE(std::is_default_constructible<Factory>::value);
+    EXPECT_FALSE(std::is_copy_constructible<Factory>::value);
+    EXPECT_FALSE(std::is_copy_assignable<Factory>::value);
+}
+
 TEST(CreateHashFactory, LeavesTheConstructorsOutOfReach) {
-    EXPECT_FALSE(std::is_default_constructible<MD5HashFactory>::value);
-    EXPECT_FALSE(std::is_default_constructible<GOST_RFC4357HashFactory>::value);
-    EXPECT_FALSE(std::is_default_constructible<GOST_3411_2012HashFactory>::value);
+    expectMadeElsewhere<MD5HashFactory>();
+    expectMadeElsewhere<GOST_RFC4357HashFactory>();
+    expectMadeElsewhere<GOST_3411_2012HashFactory>();
 }
 
 TEST_P(EachAlgorithm, MakesObjectsOfItsOwnClasses) {
@@ -316,14 +323,16 @@ TEST_P(EachAlgorithm, Check_RefusesTheTagOfAnother) {
     for (const Algorithm& other : algorithms()) {
         if (other.code != algorithm_.code) {
             EXPECT_FALSE(digest->Check(other.prefix() + lower, false)) << other.tag;
+            EXPECT_FALSE(digest->Check(std::string("$") + other.tag + lower, false)) << other.tag;
         }
     }
     std::string tag = algorithm_.tag;
     EXPECT_FALSE(digest->Check("%" + tag + lower, false));
     EXPECT_FALSE(digest->Check(tag + lower, false));
+    EXPECT_FALSE(digest->Check("##" + lower, false));
     tag[0] = static_cast<char>(tag[0] - 'A' + 'a');
     EXPECT_FALSE(digest->Check("#" + tag + lower, false));
-    EXPECT_FALSE(digest->Check("##" + lower, false));
+    EXPECT_FALSE(digest->Check("$" + tag + lower, false));
 }
 
 // The empty input's digest is RFC 1321's.

@@ -26,7 +26,7 @@ std::string after(Road road, const std::string& start, const std::string& blocks
     return std::string(state.data(), state.size());
 }
 
-// Compares two roads on every number of blocks up to 20 and on a few larger ones, from random
+// Compares two roads on every number of blocks below 20 and on a few larger ones, from random
 // states.
 template<class Road, class Portable>
 void expectSameResults(Road road, Portable portable, std::size_t stateSize, std::size_t blockSize) {
