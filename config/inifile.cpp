@@ -72,7 +72,7 @@ class Lines {
 public:
     explicit Lines(std::istream& in)
         : in_(in), wanted_(in.exceptions()),
-          changed_(((wanted_ | in.rdstate()) & std::ios::badbit) == 0) {
+          changed_(in.good() && (wanted_ & std::ios::badbit) == 0) {
         if (changed_)
             in.exceptions(wanted_ | std::ios::badbit);
     }

@@ -14,7 +14,7 @@
 /// Lines before the first header belong to the group "". Names are compared byte by byte. There are
 /// no quotes, escapes, continued lines or substitutions.
 ///
-/// A reader never changes after its construction, so several threads may look values up in it.
+/// Looking values up changes nothing, so several threads may do it in one reader.
 
 #ifndef PELORIK_CONFIG_INIFILE_H
 #define PELORIK_CONFIG_INIFILE_H
@@ -86,7 +86,7 @@ public:
     std::string parseValue(std::string text);
 
     /// Stores the value that `line`, which has been cleaned up, holds in `group`. A line without
-    /// `=` stores nothing.
+    /// `=` stores nothing. For one thread, while no other looks anything up.
     void parseLine(std::string line, std::string group);
 
 private:

@@ -237,8 +237,10 @@ TEST(IniFile, AStreamThatIsToldToThrowAtItsEndThrowsThere) {
     for (const std::ios::iostate state : {std::ios::failbit, std::ios::eofbit}) {
         std::istringstream in("k=v\n");
         in.exceptions(state);
-        EXPECT_THROW(IniFile{in}, std::ios::failure);
-        EXPECT_EQ(in.exceptions(), state);
+        for (const char* when : {"first", "at its end already"}) {
+            EXPECT_THROW(IniFile{in}, std::ios::failure) << when;
+            EXPECT_EQ(in.exceptions(), state) << when;
+        }
     }
     support::FailsAtItsEnd device("k=v\n");
     std::istream failing(&device);
