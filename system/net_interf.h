@@ -6,8 +6,8 @@
 /// `sys_network_interfaces_destroy`. Nothing here throws or prints.
 ///
 /// One call at a time: a call binds its socket to the process id as netlink port id, so that a
-/// second call on another thread, or any other netlink socket of the process that holds this port
-/// id, makes `bind` and with it the call fail.
+/// second call on another thread, or any other routing netlink socket (NETLINK_ROUTE) of the
+/// process that holds this port id, makes `bind` and with it the call fail.
 
 #ifndef PELORIK_SYSTEM_NET_INTERF_H
 #define PELORIK_SYSTEM_NET_INTERF_H

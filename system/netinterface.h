@@ -28,7 +28,8 @@ struct NetInterfaceInfo {
 /// The broadcast addresses are a list of their own: nothing says which address one belongs to.
 ///
 /// Returns false, with `out` as it was, when the kernel cannot be asked; `errno` is then that of
-/// the call that failed. One call at a time: see net_interf.h for what makes a call fail.
+/// the call that failed, or as it was before where no call failed: the kernel refused, or its
+/// answer makes no sense. One call at a time: see net_interf.h for what makes a call fail.
 ///
 /// Throws `std::bad_alloc` when there is no memory for `out`; what was appended before stays there.
 PELORIK_API bool CollectNetInterfaceInfo(std::vector<NetInterfaceInfo>& out);

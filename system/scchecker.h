@@ -15,13 +15,15 @@
 ///   have the next `lock` truncate what it points to.
 /// - `name` is not looked at. `..` and names with `/` lead out of the directory, and the file that
 ///   they lead to is truncated. Pass fixed names.
-/// - A second `lock` of the same name in the same process succeeds. Closing any descriptor of a
-///   file drops all locks that the process has on it: the second `lock` drops the first one's (and
-///   takes it anew), and the first `unlock` of either object ends the lock of both.
+/// - A second `lock` of the same name in the same process is not refused for the first one's sake.
+///   Closing any descriptor of a file drops all locks that the process has on it: where the file's
+///   permission bits let the process read it (root), the second `lock` drops the first one's before
+///   it takes it anew, and the first `unlock` of either object ends the lock of both.
 /// - Between the holder's `close` and its removal of the file, another process may lock the file
 ///   that is about to be removed; a third one then creates and locks a new file of the same name.
 ///   Who must exclude that compares the locked descriptor's file with the path's (`fstat`, `stat`)
-///   after `lock`, and removes the file before `unlock`.
+///   after `lock`, and when they differ closes `fd` and locks again. It never calls `unlock`, but
+///   removes the file first and then closes `fd`.
 /// - The descriptor is inherited by programs that the process starts. They do not hold the lock.
 
 #ifndef PELORIK_SYSTEM_SCCHECKER_H
@@ -37,7 +39,7 @@ class PELORIK_API SCChecker {
 public:
     /// Takes the lock `name` (a file name, NUL-terminated; null is taken for the empty one) without
     /// waiting. Returns true when it is taken, and false when another process holds it (`errno` is
-    /// EACCES or EAGAIN then) or something else failed; `errno` is then that of the failing call.
+    /// EAGAIN then) or something else failed; `errno` is that of the failing call.
     ///
     /// The file is made with the permission bits 0200, less the umask. The empty name is that of
     /// the directory and always fails.
