@@ -5,14 +5,16 @@
 ///     name.MakeUpper();                       // "TUNNEL-0007"
 ///     name.Match("*.LOG", "TUNNEL-0007.LOG"); // true
 ///
-/// The text stands in a block of exactly its length and a NUL; every change of the length is one
-/// allocation and a copy of the whole. Bytes may be 0, but what goes through a C string ends at the
-/// first one: copies, `operator const char*`, comparisons with a pointer, searches, `Insert` of a
-/// text, `NumericParse`. Everything else works by length.
+/// The text stands in a block of exactly its length and a NUL; every change of the text is one
+/// allocation and a copy of the whole, unless it writes bytes in their place (`operator[]`,
+/// `MakeUpper`, `MakeLower`, `MakeReverse`, `Replace` of a byte). Bytes may be 0, but what goes
+/// through a C string ends at the first one: copies, `operator const char*`, comparisons with a
+/// pointer, searches, `Insert` of a text, `NumericParse`. Everything else works by length.
 ///
 /// A string is empty when its length is 0. One that was made by the default constructor, from a
 /// null pointer, from 0 bytes or by a `Format` that yields nothing has no block at all; `AGStr("")`
-/// and copies of empty strings have one of one byte. Only an allocation counter can tell.
+/// and copies of empty strings have one of one byte. Only a subclass or an allocation counter can
+/// tell.
 ///
 /// Arguments may point into the string's own text. A length that no block can have is a failed
 /// allocation. `std::bad_alloc` is all that is thrown, and leaves the string as it was. Pointers
@@ -126,7 +128,7 @@ public:
 
     std::size_t GetLength() const; ///< in bytes, without the NUL behind the text
 
-    /// The byte at `index`; 0 there and behind the end.
+    /// The byte at `index`; 0 at the end of the text and behind it.
     char operator[](std::size_t index) const;
 
     /// The byte at `index`, for writing, too.
@@ -136,7 +138,7 @@ public:
     char& operator[](std::size_t index);
 
     /// The text, which may be written within its length; never null. An empty string may give a NUL
-    /// that it shares with others. Any change of the length ends what the pointer is good for.
+    /// that it shares with others. The pointer is good until a change allocates.
     char* GetChar();
     operator char*(); ///< as `GetChar`
 
@@ -260,6 +262,9 @@ PELORIK_API AGStr TWFormat(const char* format, ...) __attribute__((format(printf
 ///@{
 
 /// Two strings compare by value, all their bytes; two empty ones are equal.
+///
+/// Deliberate: this is not how a string compares with the other's text. It knows nothing of null
+/// pointers and does not end at a NUL, and no overriding operator is asked.
 PELORIK_API bool operator==(const AGStr& left, const AGStr& right);
 PELORIK_API bool operator!=(const AGStr& left, const AGStr& right);
 ///@}

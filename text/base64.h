@@ -45,7 +45,8 @@ PELORIK_API int base64_decode(const char* source, unsigned char* destination,
 
 /// The number of characters that `base64_encode_cert_hf` at most needs for `length` bytes.
 ///
-/// Deliberate: about three times as many as it writes. Callers store this number, so it stays.
+/// Deliberate: about three times as many as it writes. Callers store this number, so it stays. A
+/// negative `length`, for which it may say less than is written, has the need of 0.
 PELORIK_API int base64_encode_cert_len_hf(int length, const char* header, const char* footer);
 
 /// The number of characters that `base64_encode_cert` at most needs for `length` bytes.
