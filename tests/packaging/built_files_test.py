@@ -80,6 +80,9 @@ class BuiltFiles(unittest.TestCase):
         started = {name for name in imports(self.library) if "pthread_create" in name or "std6thread" in name}
         self.assertEqual(started, set())
 
+    def test_library_reads_no_environment(self):
+        self.assertEqual({name for name in imports(self.library) if "getenv" in name or name == "environ"}, set())
+
     def test_library_calls_files_by_their_plain_names(self):
         renamed = {"fopen64", "lseek64", "creat64", "lockf64", "open64"} & imports(self.library)
         self.assertEqual(renamed, set())
