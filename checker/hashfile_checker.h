@@ -27,7 +27,7 @@
 
 namespace HashFileChecker {
 
-/// What every operation on files throws when it fails.
+/// What operations on files throw when they fail, where they do not say otherwise.
 class PELORIK_API FileIOException : public std::exception {
 public:
     /// Sets all three.
@@ -65,7 +65,7 @@ struct Statistics {
     std::uint32_t accessDenied; ///< files that may not be read
 };
 
-/// Appends the entries of the file list at `path` to `out`.
+/// Appends the entries of the file list at `path`, for which null counts as "", to `out`.
 ///
 /// Deliberate: reading ends without an error at a line that is too long; what was read stays in
 /// `out`.
@@ -74,24 +74,26 @@ struct Statistics {
 /// for reading.", "File List read error."
 PELORIK_API void LoadFileList(const char* path, std::list<std::string>& out);
 
-/// Appends the records of the hash list at `path` to `out`.
+/// Appends the records of the hash list at `path`, for which null counts as "", to `out`.
 ///
 /// Deliberate: reading ends without an error at a line that is too long; what was read stays in
 /// `out`.
 ///
 /// Throws `FileIOException` with the system's error number and `path`: "Can`t open HashList file
 /// for reading.", "HashList read error.", and "HashList format error" at a line without `=`, when
-/// the records before it have been appended.
+/// the records before it have been appended. With the last one the number means nothing: it is what
+/// some call before left.
 PELORIK_API void LoadHashList(const char* path, std::list<FileHashPair>& out);
 
 /// Writes one line a record to `out`, each flushed: the name up to its first `=`, "=", the digest's
-/// text.
+/// text. A name ends at its first NUL, and is no longer than that.
 ///
 /// Deliberate: a name of more than 8193 characters stops the process (SIGABRT) after the lines
 /// before it were written.
 PELORIK_API void PrintHashes(const std::list<HashPair>& pairs, std::ostream& out);
 
-/// Feeds the whole content of the file at `path` to `calc`, in chunks of 65536 bytes.
+/// Feeds the whole content of the file at `path`, for which null counts as "", to `calc`, in chunks
+/// of 65536 bytes.
 ///
 /// The size is taken once, at the start; an empty file feeds nothing.
 ///
@@ -100,7 +102,8 @@ PELORIK_API void PrintHashes(const std::list<HashPair>& pairs, std::ostream& out
 /// differs.
 ///
 /// Throws `FileIOException` with the system's error number and `path`: "Can`t open File for
-/// reading.", "File read error" (error 0 when the file merely ended early).
+/// reading.", "File read error" (error 0 when the file merely ended early, and that of the seek for
+/// what has no size, such as a pipe).
 PELORIK_API void GetFileHash(const char* path, IHash_Calc& calc);
 
 /// Stores the digest text of a file, with prefix and in upper case, in `result` and returns true.

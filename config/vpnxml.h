@@ -130,7 +130,8 @@ public:
 
     /// Appends `child`, which must have been made with `new`, and returns it. It belongs to this
     /// element from then on, also when the call throws for want of memory. A null child is kept and
-    /// passed over by every operation.
+    /// passed over by every operation, but counts as a child: the body is then neither written nor
+    /// digested.
     XMLDeclaration* AddChild(XMLDeclaration* child) {
         std::unique_ptr<XMLDeclaration> owner(child);
         children_.push_back(child);

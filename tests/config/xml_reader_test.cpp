@@ -10,12 +10,18 @@
 #include "tests/support/scratch.h"
 
 #include <algorithm>
+#include <csignal>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <list>
 #include <locale>
 #include <memory>
+#include <pthread.h>
 #include <sstream>
 #include <string>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -541,6 +547,31 @@ TEST_F(XMLLoad, AWrongDigestIsAnErrorOfTheFile) {
 TEST_F(XMLLoad, ADirectoryCannotBeRead) {
     const string path = folder.path("");
     EXPECT_EQ(load(path), parseError(path, "Read error"));
+}
+
+// What is no std::exception goes on, and finds the file closed.
+TEST_F(XMLLoad, LetsAThreadEndWhileItWaitsForMore) {
+    const support::CapturedStderr said;
+    const string path = folder.path("pipe");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const auto run = [](void* name) -> void* {
+        XMLDocument().Load(static_cast<const char*>(name));
+        return nullptr;
+    };
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, nullptr, run, const_cast<char*>(path.c_str())), 0);
+    const int writer = open(path.c_str(), O_WRONLY);
+    EXPECT_EQ(write(writer, "<a>", 3), 3);
+    for (int left = 3; left > 0;)
+        ioctl(writer, FIONREAD, &left);
+    pthread_cancel(thread);
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    std::signal(SIGPIPE, SIG_IGN);
+    EXPECT_EQ(write(writer, "x", 1), -1) << "the pipe is still open for reading";
+    close(writer);
+    EXPECT_EQ(said.text(), "");
 }
 
 TEST_F(XMLLoad, GivesBackWhatSaveWrote) {

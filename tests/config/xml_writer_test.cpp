@@ -110,6 +110,13 @@ TEST(XMLWrite, WritesStringsUpToTheirFirstNul) {
     EXPECT_EQ(written(element), "<ab ab=\"ab\"></ab>\n");
 }
 
+TEST(XMLWrite, CountsANullChildAsOneThatSaysNothing) {
+    XMLDeclaration element("r");
+    element.SetBody("text");
+    element.AddChild(nullptr);
+    EXPECT_EQ(written(element), "<r>\n</r>\n");
+}
+
 TEST(XMLWrite, WritesChildrenOnLinesOfTheirOwnWithTheirTabs) {
     XMLDeclaration root("r");
     addChild(root, "a").SetIndentLevel(1);
