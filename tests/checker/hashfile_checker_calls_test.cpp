@@ -1,5 +1,5 @@
 // The checker over a C library that fails when told to: this program's own fopen, fread, lseek,
-// read, fclose and malloc stand before the system's.
+// read, fclose, access, stat and malloc stand before the system's.
 
 #include "checker/hashfile_checker.h"
 #include "tests/support/bytes.h"
@@ -17,6 +17,8 @@
 #include <new>
 #include <sstream>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -34,7 +36,8 @@ struct Script {
     int seeks = 0;
     int reads = 0;
     int systemReads = 0;
-    int opened = 0; // streams open
+    int questions = 0; // asked of a file by its name
+    int opened = 0;    // streams open
     std::vector<std::string> modes;
     std::vector<std::size_t> itemSizes;
 };
@@ -106,6 +109,20 @@ ssize_t read(int descriptor, void* buffer, std::size_t size) {
         return -1;
     }
     return next(descriptor, buffer, size);
+}
+
+int access(const char* path, int mode) noexcept {
+    static auto* const next = systems<int(const char*, int)>("access");
+    if (script != nullptr)
+        ++script->questions;
+    return next(path, mode);
+}
+
+int stat(const char* path, struct stat* out) noexcept {
+    static auto* const next = systems<int(const char*, struct stat*)>("stat");
+    if (script != nullptr)
+        ++script->questions;
+    return next(path, out);
 }
 
 #ifndef PELORIK_SANITIZED
@@ -189,6 +206,7 @@ protected:
 TEST_F(ScriptedFiles, OpensInBinaryModeAndCountsBytes) {
     const Outcome outcome = read(file_);
     EXPECT_FALSE(outcome.failed);
+    EXPECT_EQ(script_.questions, 0);
     EXPECT_EQ(script_.modes, std::vector<std::string>{"rb"});
     EXPECT_EQ(script_.itemSizes, (std::vector<std::size_t>{1, 1, 1}));
     EXPECT_EQ(script_.seeks, 2);
