@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <new>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -53,15 +54,17 @@ public:
         }
     }
 
-    // True when `children`, those of `element`, are now for the run that is deleting `element`.
-    static bool takeOver(const XMLDeclaration* element, const Elements& children) {
-        if (running == nullptr || running->current_ != element)
-            return false;
+    static bool isDeleting(const XMLDeclaration* element) {
+        return running != nullptr && running->current_ == element;
+    }
+
+    // Leaves `children` to the run that is deleting their parent; false when there is no memory.
+    static bool takeOver(const Elements& children) {
         try {
             running->pending_.insert(running->pending_.end(), children.rbegin(), children.rend());
             return true;
         } catch (const std::bad_alloc&) {
-            return false; // then a run of their own deletes them, one level further down the stack
+            return false;
         }
     }
 
@@ -75,6 +78,32 @@ private:
 
 thread_local Erasure* Erasure::running = nullptr;
 
+// The children of an element that is to be deleted and that nobody looks at any more.
+Elements& childrenOf(XMLDeclaration& element) {
+    return const_cast<Elements&>(element.GetChildren());
+}
+
+// Deletes everything below `top`, children before their parents. Takes no memory, and depth costs
+// no stack: where the way goes down, the way back up stands in the place of the child.
+void eraseBelow(XMLDeclaration& top) {
+    XMLDeclaration* element = &top;
+    XMLDeclaration* parent = nullptr;
+    while (element != &top || !childrenOf(top).empty()) {
+        Elements& children = childrenOf(*element);
+        if (children.empty()) {
+            delete element;
+            element = parent;
+            parent = childrenOf(*element).back();
+            childrenOf(*element).pop_back();
+        } else if (children.back() == nullptr) {
+            children.pop_back();
+        } else {
+            XMLDeclaration* const child = std::exchange(children.back(), parent);
+            parent = std::exchange(element, child);
+        }
+    }
+}
+
 } // namespace
 
 XMLParserError::~XMLParserError() noexcept = default;
@@ -86,8 +115,12 @@ const std::string XMLDocument::HashAttrKey = "Hash";
 XMLDocument::~XMLDocument() = default;
 
 XMLDeclaration::~XMLDeclaration() {
-    if (!children_.empty() && !Erasure::takeOver(this, children_))
+    if (children_.empty())
+        return;
+    if (!Erasure::isDeleting(this))
         EraseAll();
+    else if (!Erasure::takeOver(children_))
+        eraseBelow(*this);
 }
 
 void XMLDeclaration::EraseAll() {

@@ -107,7 +107,8 @@ public:
     XMLDeclaration(const XMLDeclaration&) = delete;
     XMLDeclaration& operator=(const XMLDeclaration&) = delete;
 
-    /// Deletes the element and everything below it, each child through its own destructor.
+    /// Deletes the element and everything below it, each child through its own destructor: parents
+    /// before their children, unless memory has run out.
     virtual ~XMLDeclaration();
 
     /// Any bytes; neither checked nor escaped when written.

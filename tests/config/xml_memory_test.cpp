@@ -102,6 +102,35 @@ TEST(XMLMemory, ErasingNeverFails) {
     }
 }
 
+class Counted : public XMLDeclaration {
+public:
+    explicit Counted(int& count) : count_(count) { ++count_; }
+    ~Counted() override { --count_; }
+
+private:
+    int& count_;
+};
+
+// Deep enough to run out of stack where each level takes some of it.
+TEST(XMLMemory, DestroyingADeepTreeTakesNone) {
+    if (!support::canFailAllocations())
+        GTEST_SKIP() << "the sanitizers' allocations cannot be made to fail";
+    int count = 0;
+    auto root = std::make_unique<XMLDeclaration>();
+    XMLDeclaration* element = root.get();
+    for (int level = 0; level < 200000; ++level) {
+        element->AddChild(new Counted(count));
+        XMLDeclaration* const next = element->AddChild(new Counted(count));
+        element->AddChild(nullptr);
+        element = next;
+    }
+    {
+        const support::NoMemory none;
+        root.reset();
+    }
+    EXPECT_EQ(count, 0);
+}
+
 TEST(XMLMemory, AChildThatCannotBeAddedIsDeleted) {
     if (!support::canFailAllocations())
         GTEST_SKIP() << "the sanitizers' allocations cannot be made to fail";

@@ -15,6 +15,15 @@ int openDescriptors();
 // False under the sanitizers, whose operator new is their own.
 bool canFailAllocations();
 
+// While it lives, every allocation throws std::bad_alloc.
+class NoMemory {
+public:
+    NoMemory();
+    ~NoMemory();
+    NoMemory(const NoMemory&) = delete;
+    NoMemory& operator=(const NoMemory&) = delete;
+};
+
 // While it lives, one allocation throws std::bad_alloc: the one that `before` others come before.
 class FailingAllocation {
 public:

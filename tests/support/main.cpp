@@ -20,6 +20,7 @@ namespace {
 
 std::atomic<long> liveBlocks{0};
 std::atomic<long> blocksUntilFailure{-1}; // negative: none fails
+std::atomic<bool> allFail{false};
 bool leaksAllowed = false;
 
 } // namespace
@@ -27,7 +28,7 @@ bool leaksAllowed = false;
 #ifndef PELORIK_SANITIZED
 
 void* operator new(std::size_t size) {
-    if (blocksUntilFailure >= 0 && blocksUntilFailure-- == 0)
+    if (allFail || (blocksUntilFailure >= 0 && blocksUntilFailure-- == 0))
         throw std::bad_alloc();
     void* const block = std::malloc(size == 0 ? 1 : size);
     if (block == nullptr)
@@ -104,6 +105,14 @@ bool support::canFailAllocations() {
 #else
     return true;
 #endif
+}
+
+support::NoMemory::NoMemory() {
+    allFail = true;
+}
+
+support::NoMemory::~NoMemory() {
+    allFail = false;
 }
 
 support::FailingAllocation::FailingAllocation(long before) {
