@@ -37,15 +37,18 @@ GOST_FLAGS = ["-mavx512f", "-mavx512bw", "-mavx512vl", "-mavx512vbmi", "-mgfni"]
 UNITS = {
     "_md5": (
         ["digest/_md5.cpp", "digest/_md5_portable.cpp", "digest/_md5_avx512.cpp", "digest/_md5_steps.h"],
-        ["digest_md5_portable", "digest_roads", "digest_md5"],
+        ["digest_road_choice", "digest_md5_portable", "digest_roads", "digest_md5"],
     ),
     "gost3411": (
         ["digest/gost3411.cpp", "digest/gost3411_portable.cpp", "digest/gost3411_avx512.cpp", "digest/wide_sum.h"],
-        ["digest_gost3411_portable", "digest_gost3411", "digest_roads"],
+        ["digest_road_choice", "digest_gost3411_portable", "digest_gost3411", "digest_roads"],
     ),
     "gost34_11_2012": (
         ["digest/gost34_11_2012.cpp", "digest/gost34_11_2012_portable.cpp", "digest/gost34_11_2012_avx512.cpp"],
-        ["digest_gost34_11_2012_portable", "digest_gost34_11_2012", "digest_roads", "digest_gost34_11_2012_tables"],
+        [
+            "digest_road_choice", "digest_gost34_11_2012_portable", "digest_gost34_11_2012", "digest_roads",
+            "digest_gost34_11_2012_tables",
+        ],
     ),
     "gost34_11_2012_i": (
         ["digest/gost34_11_2012_i.cpp", "digest/hex_text.h"],
