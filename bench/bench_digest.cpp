@@ -70,7 +70,7 @@ void enter(const char* what, std::size_t size, const char* who, Work work, bool 
 }
 
 void enterOurs(const char* what, std::size_t size, Work work) {
-    if (bench::hasRoads())
+    if (bench::hasRoad(what))
         enter(what, size, "pelorik-avx512", work, true);
     enter(what, size, "pelorik-portable", work, false);
 }

@@ -9,6 +9,7 @@ A name is RACE/SIZE/WHO; a ratio says how many times as fast WHO is as the best 
 """
 
 import argparse
+import collections
 import glob
 import json
 import os
@@ -68,8 +69,15 @@ def print_table(rows):
         )
 
 
+def chart_label(bar, times):
+    """Names the peers where a race has several bars."""
+    label = f"{bar['race']} {bar['who']}"
+    return f"{label} ({', '.join(bar['peers'])})" if times[bar["race"], bar["who"]] > 1 else label
+
+
 def write_chart(rows, path):
-    rows = [(f"{bar['race']} {bar['who']}", bar, ratio) for bar, _, ratio in rows if ratio]
+    times = collections.Counter((bar["race"], bar["who"]) for bar, _, _ in rows)
+    rows = [(chart_label(bar, times), bar, ratio) for bar, _, ratio in rows if ratio]
     left, scale, height = 300, 90, 18
     width = left + int(scale * max(ratio for _, _, ratio in rows)) + 60
     lines = [

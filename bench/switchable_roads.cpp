@@ -6,12 +6,19 @@ namespace {
 
 bool roadsOpen = true;
 
+bool hasMd5Road() {
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl");
+}
+
+bool hasGostRoads() {
+    return hasMd5Road() && __builtin_cpu_supports("avx512bw") &&
+           __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("gfni");
+}
+
 } // namespace
 
-bool bench::hasRoads() {
-    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
-           __builtin_cpu_supports("gfni");
+bool bench::hasRoad(std::string_view race) {
+    return race.ends_with("md5") ? hasMd5Road() : hasGostRoads();
 }
 
 void bench::openRoads(bool open) {
@@ -19,9 +26,9 @@ void bench::openRoads(bool open) {
 }
 
 bool roads::avx512Gost() {
-    return roadsOpen && bench::hasRoads();
+    return roadsOpen && hasGostRoads();
 }
 
 bool roads::avx512Md5() {
-    return roadsOpen && bench::hasRoads();
+    return roadsOpen && hasMd5Road();
 }

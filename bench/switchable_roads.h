@@ -4,10 +4,12 @@
 #ifndef PELORIK_BENCH_SWITCHABLE_ROADS_H
 #define PELORIK_BENCH_SWITCHABLE_ROADS_H
 
+#include <string_view>
+
 namespace bench {
 
-// Whether this processor has every road.
-bool hasRoads();
+// Whether this processor has the newer road of the digest with whose name that of a race ends.
+bool hasRoad(std::string_view race);
 
 // With false, the digests take the portable road from now on.
 void openRoads(bool open);

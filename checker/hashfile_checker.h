@@ -95,7 +95,8 @@ PELORIK_API void PrintHashes(const std::list<HashPair>& pairs, std::ostream& out
 /// Feeds the whole content of the file at `path`, for which null counts as "", to `calc`, in chunks
 /// of 65536 bytes.
 ///
-/// The size is taken once, at the start; an empty file feeds nothing.
+/// The size is taken once, at the start; an empty file feeds nothing. What the system makes wait
+/// for its opening, such as a named pipe to which nobody writes, makes the call wait.
 ///
 /// Deliberate: when a chunk comes up short because the file shrank while it was read, `calc` is fed
 /// the full chunk all the same (zeros, or what the chunk before left there), so that the digest

@@ -88,6 +88,7 @@ std::vector<char*> argumentsOf(std::vector<std::string>& command) {
         _exit(kCannotRun); // the tool was gone before
     if (!isIgnored(SIGINT))
         std::signal(SIGINT, SIG_DFL); // the tool's own handler would take one that is pending
+    restoreWriteLimit();
     signals.release();
     execvp(arguments[0], arguments.data());
     const int error = errno;

@@ -113,7 +113,7 @@ CheckOptions parseCheck(const Words& words) {
     line.values("--exclude", "GLOB", options.excludes,
                 "do not look for unlisted files at names that match the whole of GLOB, where * "
                 "matches slashes, too; directories that match are not entered");
-    line.flag("--quiet", options.quiet, "no summary");
+    line.flag("--quiet", options.quiet, "no summary on standard error");
     line.flag("--status", options.statusOnly, "write nothing but errors of usage");
     line.flag(
         "--json", options.json,

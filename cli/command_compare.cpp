@@ -35,7 +35,7 @@ CompareOptions parseCompare(const Words& words) {
                      "text, such as the case of its digits, makes no difference. A summary goes to "
                      "standard error.");
     CompareOptions options;
-    line.flag("--quiet", options.quiet, "no summary");
+    line.flag("--quiet", options.quiet, "no summary on standard error");
     line.flag("--json", options.json,
               "one object a difference: name, status (removed, changed, rehashed, added), and the "
               "digest texts in OLD and in NEW as the lists old and new; then an object with the "

@@ -60,7 +60,7 @@ void declare(CommandLine& line, UpdateOptions& options, std::optional<std::strin
     line.flag("--keep-going", options.keepGoing,
               "keep the entries of files that cannot be read as they are, and do not add such "
               "files");
-    line.flag("--quiet", options.quiet, "no summary");
+    line.flag("--quiet", options.quiet, "no summary on standard error");
     line.flag("--json", options.json,
               "one object for each name that is not unchanged: name, status (changed, removed, "
               "missing, unreadable, added), and the digest texts before and after as the lists old "
@@ -98,8 +98,8 @@ public:
     void findNewFiles();
     void recompute();
     void report();
-    bool write(); // returns whether there was something to write
-    void summarise(bool written) const;
+    void write();
+    void summarise() const;
 
     bool lacksFiles() const { return report_.of(Change::kMissing) > 0 || unreadable_ > 0; }
 
@@ -113,6 +113,7 @@ private:
 
     // When nothing will be written any more, files are only asked whether they could be read.
     bool isInVain() const { return unreadable_ > 0 && !options_.keepGoing; }
+    bool isToBeWritten() const;
 
     std::string digestOf(const std::string& name, HashFileChecker::Alg algorithm);
     void expectAll();
@@ -120,6 +121,8 @@ private:
     void keepWithoutFile(const ListLine& line, const Unlistable& refused);
     void addFile(const std::string& name);
     void append(const std::string& line) { text_ += line + "\n"; }
+    void leaveOut(const std::string& name, const std::string& why);
+    void printJsonSummary() const;
 
     const UpdateOptions& options_;
     Console& console_;
@@ -128,7 +131,8 @@ private:
     std::vector<FoundFile> newFiles_;
     std::map<HashFileChecker::Alg, Digester> digesters_;
     std::vector<Outcome> outcomes_;
-    std::string text_; // of the new list
+    std::vector<std::string> leftOut_; // new files that could not be read
+    std::string text_;                 // of the new list
     ChangeReport report_;
     std::size_t unreadable_ = 0;
 };
@@ -155,15 +159,17 @@ void Update::findNewFiles() {
         if (line.isRecord())
             known.insert(line.name());
     }
-    const auto leaveOut = [&](const std::string& name, const struct stat& status) {
+    const auto isKnown = [&](const std::string& name, const struct stat& status) {
         return output_.replaces(name, status) || !known.insert(name).second;
     };
     const auto note = [this](const std::string& line) { console_.note(line); };
-    Walk walk({options_.recursive, options_.excludes, leaveOut, note, nullptr});
+    const auto onUnreadable = [this](const std::string& name, const std::string& why) {
+        leaveOut(name, why);
+    };
+    Walk walk({options_.recursive, options_.excludes, isKnown, note, onUnreadable});
     for (const std::string& path : options_.paths)
         walk.add(path);
     newFiles_ = walk.files();
-    unreadable_ = walk.unreadable();
     walk.noteUnfollowedLinks();
     if (walk.refusedDirectories() > 0)
         throw Failure(options_.list + " is as it was: directories need -r");
@@ -208,6 +214,9 @@ void Update::recompute(const ListLine& line) {
     try {
         const std::string now = digestOf(line.name(), algorithm);
         const bool same = canonicalDigest(before) == now;
+        const std::string reason = same ? "" : unlistableBecause(line.name(), now.size());
+        if (!reason.empty())
+            throw Failure(line.name() + ": " + reason + " cannot stand in a hash list");
         append(same ? line.text : line.name() + "=" + now);
         outcomes_.push_back(
             {same ? Change::kUnchanged : Change::kChanged, line.name(), {before}, {now}});
@@ -222,9 +231,14 @@ void Update::addFile(const std::string& name) {
         append(name + "=" + digest);
         outcomes_.push_back({Change::kAdded, name, {}, {digest}});
     } catch (const Unlistable& refused) {
-        console_.note(name + ": " + refused.why);
-        ++unreadable_;
+        leaveOut(name, refused.why);
     }
+}
+
+void Update::leaveOut(const std::string& name, const std::string& why) {
+    console_.note(name + ": " + why);
+    leftOut_.push_back(name);
+    ++unreadable_;
 }
 
 void Update::recompute() {
@@ -255,29 +269,36 @@ void Update::report() {
         throw Failure(options_.list + " is as it was: no entry would be left");
     for (const Outcome& outcome : outcomes_)
         report_.add(outcome.change, outcome.name, outcome.before, outcome.after);
+    for (const std::string& name : leftOut_)
+        report_.add(Change::kUnreadable, name, {}, {});
+    if (options_.json)
+        printJsonSummary();
     console_.flush();
 }
 
-bool Update::write() {
-    const bool differs =
-        report_.of(Change::kChanged) + report_.of(Change::kRemoved) + report_.of(Change::kAdded) >
-        0;
-    if (!differs || options_.dryRun)
-        return false;
-    output_.commit(text_);
-    return true;
+bool Update::isToBeWritten() const {
+    const auto changes =
+        report_.of(Change::kChanged) + report_.of(Change::kRemoved) + report_.of(Change::kAdded);
+    return changes > 0 && !options_.dryRun;
 }
 
-void Update::summarise(bool written) const {
-    if (options_.json) {
-        JsonObject summary = report_.jsonSummary();
-        summary["written"] = written;
-        JsonObject object;
-        object["summary"] = summary;
-        console_.print(jsonLine(object));
-    } else if (!options_.quiet) {
+// Before the list is replaced, so that it stays where this cannot be printed.
+void Update::printJsonSummary() const {
+    JsonObject summary = report_.jsonSummary();
+    summary["written"] = isToBeWritten();
+    JsonObject object;
+    object["summary"] = summary;
+    console_.print(jsonLine(object));
+}
+
+void Update::write() {
+    if (isToBeWritten())
+        output_.commit(text_);
+}
+
+void Update::summarise() const {
+    if (!options_.json && !options_.quiet)
         console_.summarise((options_.dryRun ? "dry run: " : "") + report_.summary());
-    }
 }
 
 } // namespace
@@ -294,7 +315,8 @@ int runUpdate(const Words& words, Console& console) {
         return kInterrupted;
     }
     update.report();
-    update.summarise(update.write());
+    update.write();
+    update.summarise();
     return update.lacksFiles() ? kFailed : kDone;
 }
 

@@ -13,6 +13,8 @@ static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler sets it"
 std::atomic<int> terminatedBy{0};
 static_assert(std::atomic<int>::is_always_lock_free);
 
+void (*writeLimitBefore)(int) = SIG_DFL;
+
 extern "C" void onInterrupt(int) {
     requested = true;
 }
@@ -48,6 +50,14 @@ void endAsTerminated() {
         return;
     std::signal(terminatedBy, SIG_DFL);
     std::raise(terminatedBy);
+}
+
+void failWritesBeyondLimit() {
+    writeLimitBefore = std::signal(SIGXFSZ, SIG_IGN);
+}
+
+void restoreWriteLimit() {
+    std::signal(SIGXFSZ, writeLimitBefore);
 }
 
 SignalsBlocked::SignalsBlocked() {

@@ -1,4 +1,4 @@
-// Signals as a flag that long work looks at.
+// Signals as a flag that long work looks at, or as an error of the call that they came from.
 
 #ifndef PELORIK_CLI_INTERRUPT_H
 #define PELORIK_CLI_INTERRUPT_H
@@ -19,7 +19,14 @@ void watchForInterrupt();
 void watchForTermination();
 void endAsTerminated();
 
-// Holds all three back, and SIGQUIT, as long as it lives.
+// From now on writing beyond the size that the process may give a file fails, instead of ending the
+// process.
+void failWritesBeyondLimit();
+
+// Undoes that in a process that is about to become another program.
+void restoreWriteLimit();
+
+// Holds SIGINT, SIGTERM and SIGHUP back, and SIGQUIT, as long as it lives.
 class SignalsBlocked {
 public:
     SignalsBlocked();

@@ -139,6 +139,7 @@ int main(int argc, char** argv) {
     std::set_terminate(cli::usualHandler);
     cli::occupyStandardDescriptors();
     cli::watchForInterrupt();
+    cli::failWritesBeyondLimit();
     int status = cli::kTrouble;
     try {
         status = cli::run(cli::Words(argv + std::min(argc, 1), argv + argc));

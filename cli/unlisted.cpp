@@ -12,16 +12,17 @@ namespace cli {
 
 namespace {
 
-// The names of records, as paths from the root.
-class ListedNames {
+// Names, as paths from the root.
+class KnownNames {
 public:
-    explicit ListedNames(const std::vector<HashFileChecker::FileHashPair>& records)
+    explicit KnownNames(const std::vector<HashFileChecker::FileHashPair>& records)
         : current_(resolved(".")) {
         for (const HashFileChecker::FileHashPair& record : records)
-            paths_.insert(fromRoot(record.name));
+            add(record.name);
     }
 
-    bool has(const std::string& name) const { return paths_.count(fromRoot(name)) > 0; }
+    // Returns whether it is a new one.
+    bool add(const std::string& name) { return paths_.insert(fromRoot(name)).second; }
 
 private:
     std::string fromRoot(const std::string& name) const {
@@ -52,12 +53,12 @@ void requireDirectories(const std::vector<std::string>& directories) {
 Unlisted findUnlisted(const std::vector<HashFileChecker::FileHashPair>& records,
                       const FileIdentity& list, const UnlistedOptions& options) {
     Unlisted found;
-    const ListedNames listed(records);
+    KnownNames known(records); // and those found: directories may overlap
     const auto leaveOut = [&](const std::string& name, const struct stat& status) {
-        return listed.has(name) || list.isAt(name, status);
+        return list.isAt(name, status) || !known.add(name);
     };
     const auto onUnreadable = [&](const std::string& name, const std::string& why) {
-        if (!listed.has(name))
+        if (known.add(name))
             found.unsearched.push_back({name, why});
     };
     Walk walk({true, options.excludes, leaveOut, options.note, onUnreadable});

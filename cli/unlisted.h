@@ -31,9 +31,9 @@ struct UnlistedOptions {
 // Throws `Failure` for what is no directory.
 void requireDirectories(const std::vector<std::string>& directories);
 
-// Looks for files that a walk would list and that no record names. `list` is none of them. Names
-// are compared as paths from the root, "." and empty parts left out, ".." and links left alone.
-// Throws `Interrupted`.
+// Looks for files that a walk would list and that no record names, each once. `list` is none of
+// them. Names are compared as paths from the root, "." and empty parts left out, ".." and links
+// left alone. Throws `Interrupted`.
 Unlisted findUnlisted(const std::vector<HashFileChecker::FileHashPair>& records,
                       const FileIdentity& list, const UnlistedOptions& options);
 

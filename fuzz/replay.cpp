@@ -1,7 +1,8 @@
 // Feeds a fuzz target every file of the folders named as arguments. A target that finds fault stops
-// the process.
+// the process; one that leaves a descriptor or a child process behind makes it fail.
 
 #include "fuzz/target.h"
+#include "tests/support/remains.h"
 
 #include <filesystem>
 #include <fstream>
@@ -23,6 +24,7 @@ void replay(const std::filesystem::path& file) {
 } // namespace
 
 int main(int argc, char** argv) {
+    const support::Remains remains;
     int replayed = 0;
     for (int i = 1; i < argc; ++i) {
         for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
@@ -34,5 +36,5 @@ int main(int argc, char** argv) {
         std::cerr << "There was nothing to replay." << std::endl;
         return 1;
     }
-    return 0;
+    return remains.found() ? 1 : 0;
 }

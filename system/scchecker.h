@@ -12,7 +12,7 @@
 ///
 /// - The directory `/var/run/vpnagent` must exist, and should belong to root and be writable by
 ///   root alone: whoever may write there may put a symbolic link in the place of a lock file and
-///   have the next `lock` truncate what it points to.
+///   have the next `lock` truncate what it points to, or a named pipe, which it then waits for.
 /// - `name` is not looked at. `..` and names with `/` lead out of the directory, and the file that
 ///   they lead to is truncated. Pass fixed names.
 /// - A second `lock` of the same name in the same process is not refused for the first one's sake.

@@ -501,6 +501,15 @@ class NotListed(CheckTest):
         done = self.check("--unlisted", "u", "--unlisted", "t", "list")
         self.assertEqual(done.text, "Warning: File not listed: u/x.\nWarning: File not listed: t/y.\n")
 
+    def test_what_several_directories_lead_to_is_reported_once(self):
+        self.write("t/sub/new")
+        os.symlink("nowhere", "t/sub/dangling")
+        for directories in (("t", "t/sub"), ("t/sub", "t"), ("t", "./t/", os.path.abspath("t"))):
+            words = [word for directory in directories for word in ("--unlisted", directory)]
+            done = self.check(*words, "list")
+            self.assertEqual(done.text.count("not listed"), 1)
+            self.assertIn(", 1 not searched, 1 not listed", done.complaint)
+
     def test_other_spellings_of_a_name_are_the_same_name(self):
         for directory in ("./t", "t/", ".//t/.", os.path.abspath("t"), os.path.abspath(".") + "/./t"):
             self.assertEqual(self.check("--unlisted", directory, "list").status, 0, directory)

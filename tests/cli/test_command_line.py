@@ -97,7 +97,7 @@ class StandardOutput(ToolTest):
         self.write("f", b"")
         self.write("list", "f=%s%s\nmissing=%s%s\n" % (MD5, md5(b""), MD5, md5(b"")))
         self.writing = [["hash", "f"], ["list", "f"], ["check", "list"], ["check", "--json", "list"],
-                        ["--help"], ["--version"], ["hash", "--help"]]
+                        ["bench", "-a", "md5"], ["--help"], ["--version"], ["hash", "--help"]]
 
     def test_a_full_device_is_status_2(self):
         for words in self.writing:

@@ -446,7 +446,7 @@ class Output(ToolTest):
         self.write("out", b"old")
 
         def no_space():  # a write beyond the limit fails
-            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            signal.signal(signal.SIGXFSZ, signal.SIG_DFL)
             resource.setrlimit(resource.RLIMIT_FSIZE, (10, 10))
 
         done = self.run_tool("list", "-o", "out", "f", preexec_fn=no_space, restore_signals=False,

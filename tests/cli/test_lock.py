@@ -328,6 +328,15 @@ class Signals(LockTest):
             self.assertEqual(self.let_go(holder), 0)
             self.assertEqual(holder.stdout.read(), b"done\n")
 
+    def test_the_signal_for_files_that_are_too_large_is_as_the_parent_had_it(self):
+        for handling in (signal.SIG_DFL, signal.SIG_IGN):
+            change = lambda: signal.signal(signal.SIGXFSZ, handling)
+            words = ("grep", "SigIgn", "/proc/self/status")
+            plain = subprocess.run(words, preexec_fn=change, restore_signals=False, env=environment(),
+                                   stdout=subprocess.PIPE, check=True)
+            done = self.lock(*words, preexec_fn=change, restore_signals=False)
+            self.assertEqual(done.out, plain.stdout)
+
     def test_a_command_that_wants_what_the_parent_ignores_gets_it(self):
         script = ("import signal\n"
                   "signal.signal(signal.SIGHUP, lambda *_: exit(7))\n"

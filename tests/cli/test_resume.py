@@ -116,7 +116,7 @@ class Interrupted(ResumeTest):
 
     def test_where_it_cannot_be_saved_that_is_told(self):
         def no_space():  # a write beyond the limit fails
-            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            signal.signal(signal.SIGXFSZ, signal.SIG_DFL)
             resource.setrlimit(resource.RLIMIT_FSIZE, (10, 10))
 
         child = subprocess.Popen([TOOL, "list", "-o", "out", OLD, "huge"], stderr=subprocess.PIPE,

@@ -3,6 +3,7 @@
 import json
 import os
 import re
+import resource
 import signal
 import stat
 import subprocess
@@ -80,6 +81,17 @@ class Entries(UpdateTest):
         done = self.update("-a", "gost94", "list")
         self.assertEqual((done.status, done.text), (0, "changed     f\nchanged     f\n"))
         self.assertEqual(self.content(), "f=%s\nf=%s\n" % (GOST94 + gost94(b"abc"), MD5 + md5(b"abc")))
+
+    def test_a_digest_that_would_make_its_line_too_long_is_refused(self):
+        name = "d/" + "/" * 4059 + "f"  # with 64 digits and no prefix as long as a line may be
+        self.write("d/f", b"abc")
+        for digits in ("0" * 64, "x"):
+            line = "%s=%s\n" % (name, digits)
+            self.write("list", line)
+            self.assert_refused(self.update("list"), "a name of 4062 characters cannot stand in a hash list")
+            self.assertEqual(self.content(), line)
+        self.write("list", "%s=%s\n" % (name, gost2012(b"abc")))
+        self.assertEqual(self.update("list").status, 0)
 
     def test_missing_files_keep_their_entries_and_give_status_1(self):
         self.write("f", b"abc")
@@ -204,7 +216,13 @@ class Unreadable(UpdateTest):
         self.assertIn("missing: No such file", done.complaint)
         self.assertIn("new: Permission denied", done.complaint)
         done = self.run_unprivileged("update", "--keep-going", "list", "new", "missing", "good")
-        self.assertEqual((done.status, done.text), (1, "changed     good\n"))
+        self.assertEqual((done.status, done.text),
+                         (1, "changed     good\nunreadable  missing\nunreadable  new\n"))
+        done = self.run_unprivileged("update", "--keep-going", "--json", "list", "new")
+        self.assertEqual([json.loads(line) for line in done.text.splitlines()], [
+            {"name": "new", "status": "unreadable", "old": [], "new": []},
+            {"summary": {"unchanged": 2, "changed": 0, "removed": 0, "missing": 0, "unreadable": 1,
+                         "added": 0, "written": False}}])
 
     def test_a_directory_in_the_place_of_a_file(self):
         os.mkdir("d")
@@ -291,6 +309,18 @@ class Writing(UpdateTest):
         self.assertEqual((done.returncode, done.stderr), (
             2, b"pelorik: update: standard output: No space left on device\n"))
         self.assert_untouched(self.old, ["f", "list"])
+
+    def test_nor_where_only_the_summary_cannot_be(self):
+        limit = len(self.update("--json", "--dry-run", "list").out.splitlines()[0]) + 20
+        with open("out", "wb") as out:
+            done = subprocess.run(
+                [TOOL, "update", "--json", "list"], stdout=out, stderr=subprocess.PIPE,
+                env=environment(LLVM_PROFILE_FILE="/dev/null"),
+                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit)))
+        self.assertEqual((done.returncode, done.stderr), (
+            2, b"pelorik: update: standard output: File too large\n"))
+        self.assertLess(len(self.old), limit)
+        self.assert_untouched(self.old, ["f", "list", "out"])
 
     def test_an_interrupt_leaves_the_list(self):
         with open("huge", "wb") as huge:

@@ -40,7 +40,7 @@ class Pages(unittest.TestCase):
             self.assertIn("pelorik " + name, markdown.read("README.md"))
 
     def test_every_link_leads_somewhere(self):
-        pages = ["README.md", "CONTRIBUTING.md"] + [
+        pages = ["README.md", "CONTRIBUTING.md", "SECURITY.md", "CHANGELOG.md"] + [
             os.path.relpath(page, markdown.ROOT)
             for page in glob.glob(os.path.join(markdown.ROOT, "docs", "*.md"))]
         for page in pages:

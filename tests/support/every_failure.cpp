@@ -1,6 +1,7 @@
 #include "tests/support/every_failure.h"
 
 #include "tests/support/leaks.h"
+#include "tests/support/remains.h"
 
 #include <gtest/gtest.h>
 

@@ -9,9 +9,6 @@ namespace support {
 // the standard library fills on first use.
 void allowLastingMemory();
 
-// How many descriptors the process has open.
-int openDescriptors();
-
 // False under the sanitizers, whose operator new is their own.
 bool canFailAllocations();
 

@@ -5,16 +5,13 @@
 // processes are counted around the whole program.
 
 #include "tests/support/leaks.h"
+#include "tests/support/remains.h"
 
 #include <atomic>
-#include <cerrno>
-#include <cstdio>
 #include <cstdlib>
-#include <dirent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <new>
-#include <sys/wait.h>
 
 namespace {
 
@@ -62,11 +59,6 @@ __attribute__((weak)) void operator delete[](void* block, std::size_t) noexcept 
 
 namespace {
 
-bool hasChildren() {
-    const pid_t child = waitpid(-1, nullptr, WNOHANG);
-    return child != -1 || errno != ECHILD;
-}
-
 class MemoryWatch : public testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo&) override {
         leaksAllowed = false;
@@ -86,17 +78,6 @@ class MemoryWatch : public testing::EmptyTestEventListener {
 
 void support::allowLastingMemory() {
     leaksAllowed = true;
-}
-
-int support::openDescriptors() {
-    int count = 0;
-    DIR* const directory = opendir("/proc/self/fd");
-    if (directory == nullptr)
-        return -1;
-    while (readdir(directory) != nullptr)
-        ++count;
-    closedir(directory);
-    return count;
 }
 
 bool support::canFailAllocations() {
@@ -130,15 +111,7 @@ bool support::FailingAllocation::failed() const {
 int main(int argc, char** argv) {
     testing::InitGoogleMock(&argc, argv);
     testing::UnitTest::GetInstance()->listeners().Append(new MemoryWatch);
-    const int descriptors = support::openDescriptors();
-    int status = RUN_ALL_TESTS();
-    if (support::openDescriptors() != descriptors) {
-        std::fputs("The test program left a descriptor open.\n", stderr);
-        status = 1;
-    }
-    if (hasChildren()) {
-        std::fputs("The test program left a child process.\n", stderr);
-        status = 1;
-    }
-    return status;
+    const support::Remains remains;
+    const int status = RUN_ALL_TESTS();
+    return remains.found() ? 1 : status;
 }

@@ -407,7 +407,7 @@ struct Deep : AGStr {
     mutable std::size_t deepest = 0;
 };
 
-TEST(AGStrMatchInSubclasses, NestsAThousandCallsOfScanAndNoMore) {
+TEST(AGStrMatchInSubclasses, Deliberate_NestsAThousandCallsOfScanAndNoMore) {
     std::string pattern;
     for (int i = 0; i < 2000; ++i)
         pattern += "*a";

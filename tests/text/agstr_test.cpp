@@ -357,7 +357,7 @@ TEST(AGStrComparison, ComparesCStrings) {
     EXPECT_TRUE(AGStr('\0') == "");
 }
 
-TEST(AGStrComparison, ComparesStringsByAllTheirBytes) {
+TEST(AGStrComparison, Deliberate_ComparesStringsByAllTheirBytes) {
     EXPECT_TRUE(AGStr() == AGStr(""));
     EXPECT_TRUE(AGStr("abc") == AGStr("abc"));
     EXPECT_TRUE(AGStr("abc") != AGStr("abd"));

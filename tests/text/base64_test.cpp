@@ -495,7 +495,7 @@ std::string certificate(const Bytes& bytes) {
     return text.get();
 }
 
-TEST(CertificateLength, IsTheGenerousBoundThatCallersRelyOn) {
+TEST(CertificateLength, Deliberate_IsTheGenerousBoundThatCallersRelyOn) {
     EXPECT_EQ(base64_encode_cert_len(0), 29 + 27 + 3);
     EXPECT_EQ(base64_encode_cert_len(1), 56 + (4 + 1) * 3);
     EXPECT_EQ(base64_encode_cert_len(48), 56 + (64 + 1) * 3);
