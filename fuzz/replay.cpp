@@ -4,10 +4,12 @@
 #include "fuzz/target.h"
 #include "tests/support/remains.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <span>
 #include <vector>
 
 namespace {
@@ -21,20 +23,25 @@ void replay(const std::filesystem::path& file) {
     LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
 }
 
+std::vector<std::filesystem::path> filesIn(std::span<char*> folders) {
+    std::vector<std::filesystem::path> files;
+    for (const char* const folder : folders) {
+        for (const auto& entry : std::filesystem::directory_iterator(folder))
+            files.push_back(entry.path());
+    }
+    return files;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
-    const support::Remains remains;
-    int replayed = 0;
-    for (int i = 1; i < argc; ++i) {
-        for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
-            replay(entry.path());
-            ++replayed;
-        }
-    }
-    if (replayed == 0) {
+    const std::vector<std::filesystem::path> files = filesIn({argv + 1, argv + argc});
+    if (files.empty()) {
         std::cerr << "There was nothing to replay." << std::endl;
         return 1;
     }
+    replay(files.front()); // with the first input a target makes what it keeps
+    const support::Remains remains;
+    std::for_each(files.begin() + 1, files.end(), replay);
     return remains.found() ? 1 : 0;
 }
