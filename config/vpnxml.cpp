@@ -87,19 +87,24 @@ Elements& childrenOf(XMLDeclaration& element) {
 // no stack: where the way goes down, the way back up stands in the place of the child.
 void eraseBelow(XMLDeclaration& top) {
     XMLDeclaration* element = &top;
-    XMLDeclaration* parent = nullptr;
-    while (element != &top || !childrenOf(top).empty()) {
+    XMLDeclaration* parent = nullptr; // only `top` has none
+    for (;;) {
         Elements& children = childrenOf(*element);
-        if (children.empty()) {
+        if (!children.empty()) {
+            XMLDeclaration* const child = children.back();
+            if (child == nullptr) {
+                children.pop_back();
+                continue;
+            }
+            children.back() = parent;
+            parent = std::exchange(element, child);
+        } else if (parent != nullptr) {
             delete element;
             element = parent;
             parent = childrenOf(*element).back();
             childrenOf(*element).pop_back();
-        } else if (children.back() == nullptr) {
-            children.pop_back();
         } else {
-            XMLDeclaration* const child = std::exchange(children.back(), parent);
-            parent = std::exchange(element, child);
+            return;
         }
     }
 }
