@@ -1,5 +1,11 @@
 # How every target of the project is compiled: language level, warnings, hardening, sanitizers.
 
+# A compiler cache makes a second build cheap. CMake reads the variable when it makes a target.
+find_program(PELORIK_CCACHE ccache)
+if(PELORIK_CCACHE AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${PELORIK_CCACHE}")
+endif()
+
 set(PELORIK_WARNINGS
   -Wall
   -Wextra
