@@ -1,37 +1,37 @@
 // The tool's commands, one source file each.
 //
-// A command gets the words behind its name, writes through `console`, and returns an exit status.
-// It may throw `HelpWanted`, `UsageError`, `Failure` and `Refusal`.
+// A command gets the args after its name, writes through `console`, and returns an exit status.
+// It may throw `HelpRequested`, `UsageError`, `Error` and `CheckFailed`.
 
 #ifndef PELORIK_CLI_COMMANDS_H
 #define PELORIK_CLI_COMMANDS_H
 
-#include "cli/console.h"
+#include "cli/output/console.h"
 
 #include <string>
 #include <vector>
 
 namespace cli {
 
-using Words = std::vector<std::string>;
+using Args = std::vector<std::string>;
 
-int runHash(const Words& words, Console& console);
-int runList(const Words& words, Console& console);
-int runCheck(const Words& words, Console& console);
-int runCompare(const Words& words, Console& console);
-int runUpdate(const Words& words, Console& console);
-int runBench(const Words& words, Console& console);
-int runInterfaces(const Words& words, Console& console);
-int runLock(const Words& words, Console& console);
-int runXml(const Words& words, Console& console);
-int runIni(const Words& words, Console& console);
-int runBase64(const Words& words, Console& console);
-int runPem(const Words& words, Console& console);
+int runHash(const Args& args, Console& console);
+int runList(const Args& args, Console& console);
+int runCheck(const Args& args, Console& console);
+int runCompare(const Args& args, Console& console);
+int runUpdate(const Args& args, Console& console);
+int runBench(const Args& args, Console& console);
+int runInterfaces(const Args& args, Console& console);
+int runLock(const Args& args, Console& console);
+int runXml(const Args& args, Console& console);
+int runIni(const Args& args, Console& console);
+int runBase64(const Args& args, Console& console);
+int runPem(const Args& args, Console& console);
 
 struct Command {
     const char* name;
     const char* text; // for pelorik --help
-    int (*run)(const Words& words, Console& console);
+    int (*run)(const Args& args, Console& console);
 };
 
 // In the order in which they are shown.

@@ -1,11 +1,11 @@
 // The pelorik tool: finds the command and turns every way in which it can end into an exit status.
 
-#include "cli/command_line.h"
+#include "cli/args/options.h"
 #include "cli/commands.h"
-#include "cli/descriptor.h"
-#include "cli/exit_status.h"
-#include "cli/failure.h"
-#include "cli/interrupt.h"
+#include "cli/files/descriptor.h"
+#include "cli/process/error.h"
+#include "cli/process/exit_status.h"
+#include "cli/process/signals.h"
 
 #include <algorithm>
 #include <exception>
@@ -58,16 +58,16 @@ int guarded(Console& console, const std::string& helpFor, Work work) {
     int status = kDone;
     try {
         status = work();
-    } catch (const HelpWanted& help) {
-        console.printBlock(helpText(help.description, console.helpColumns()));
+    } catch (const HelpRequested& help) {
+        console.printBlock(helpText(help.spec, console.helpColumns()));
     } catch (const Interrupted&) {
-        console.note("interrupted");
+        console.error("interrupted");
         status = kInterrupted;
-    } catch (const Refusal& refusal) {
-        console.note(refusal.what());
+    } catch (const CheckFailed& refusal) {
+        console.error(refusal.what());
         status = kFailed;
     } catch (const UsageError& error) {
-        console.note(std::string(error.what()) + " (try: " + helpFor + " --help)");
+        console.error(std::string(error.what()) + " (try: " + helpFor + " --help)");
         status = kTrouble;
     }
     console.flush();
@@ -79,9 +79,9 @@ int finalStatus(Console& console, const std::string& helpFor, Work work) {
     try {
         return guarded(console, helpFor, work);
     } catch (const std::bad_alloc&) {
-        console.note("out of memory");
+        console.error("out of memory");
     } catch (const std::exception& failure) {
-        console.note(failure.what());
+        console.error(failure.what());
     }
     return kTrouble;
 }
@@ -96,8 +96,8 @@ int runWithoutCommand(const std::string& word, Console& console) {
     return kDone;
 }
 
-int run(const Words& words) {
-    const std::string first = words.empty() ? std::string() : words.front();
+int run(const Args& args) {
+    const std::string first = args.empty() ? std::string() : args.front();
     const auto command =
         std::find_if(allCommands().begin(), allCommands().end(),
                      [&](const Command& candidate) { return first == candidate.name; });
@@ -107,9 +107,8 @@ int run(const Words& words) {
     }
     const std::string name = "pelorik " + first;
     Console console("pelorik: " + first);
-    return finalStatus(console, name, [&] {
-        return command->run(Words(words.begin() + 1, words.end()), console);
-    });
+    return finalStatus(console, name,
+                       [&] { return command->run(Args(args.begin() + 1, args.end()), console); });
 }
 
 // For what comes before there is a command to catch it, or out of the complaint about something
@@ -142,7 +141,7 @@ int main(int argc, char** argv) {
     cli::failWritesBeyondLimit();
     int status = cli::kTrouble;
     try {
-        status = cli::run(cli::Words(argv + std::min(argc, 1), argv + argc));
+        status = cli::run(cli::Args(argv + std::min(argc, 1), argv + argc));
     } catch (const std::bad_alloc&) {
         status = cli::giveUp("out of memory");
     } catch (const std::exception& failure) {

@@ -4,7 +4,7 @@
 // The input is the words, each ended by a line feed, up to an empty one; the rest is standard
 // input. Words lead nowhere else: a "/" in front and ".." are taken out. No lock is taken.
 
-#include "cli/console.h"
+#include "cli/output/console.h"
 #include "fuzz/scratch.h"
 #include "fuzz/target.h"
 
@@ -131,9 +131,9 @@ void requireNothingTemporary(const fuzz::Scratch& scratch) {
 } // namespace
 
 // Instead of the end of the process: whoever waits for threads does so on the way.
-extern "C" [[noreturn]] void __wrap__ZN3cli7Console5leaveEi(cli::Console* console, int status);
+extern "C" [[noreturn]] void __wrap__ZN3cli7Console7exitNowEi(cli::Console* console, int status);
 
-void __wrap__ZN3cli7Console5leaveEi(cli::Console* console, int status) {
+void __wrap__ZN3cli7Console7exitNowEi(cli::Console* console, int status) {
     console->flush();
     throw Left{status};
 }

@@ -44,7 +44,7 @@ def output_of(*command):
 
 def source_name(path):
     """The name of one of our sources by the root, or None."""
-    match = re.search(r"(?:^|/)((?:%s)/[^/]+)$" % "|".join(LIBRARY + TOOL), path)
+    match = re.match(r"(?:.*/)?((?:%s)/.+)$" % "|".join(LIBRARY + TOOL), path)
     return match.group(1) if match and (ROOT / match.group(1)).exists() else None
 
 
@@ -124,8 +124,8 @@ class Report:
     def __init__(self, build):
         self.texts = {}
         for folder in LIBRARY + TOOL:
-            for path in sorted([*(ROOT / folder).glob("*.cpp"), *(ROOT / folder).glob("*.h")]):
-                self.texts[f"{folder}/{path.name}"] = path.read_text().splitlines()
+            for path in sorted([*(ROOT / folder).rglob("*.cpp"), *(ROOT / folder).rglob("*.h")]):
+                self.texts[str(path.relative_to(ROOT))] = path.read_text().splitlines()
         self.lines = lines_of(build)
         self.branches = branches_of(build, self.texts)
         self.left_out = lacking()

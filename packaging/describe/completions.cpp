@@ -6,7 +6,7 @@ namespace describe {
 
 namespace {
 
-using Option = cli::Description::Option;
+using Option = cli::CommandSpec::Option;
 
 // In single quotes, for bash and zsh.
 std::string quoted(const std::string& text) {
@@ -35,7 +35,7 @@ std::vector<std::string> namesOf(const std::vector<Described>& commands) {
 
 // Whether files may stand for the operands.
 bool takesFiles(const Described& command) {
-    const std::string& usage = command.description.usage;
+    const std::string& usage = command.spec.usage;
     return usage.find("FILE") != std::string::npos || usage.find("LIST") != std::string::npos ||
            usage.find("PATH") != std::string::npos || usage.find("OLD") != std::string::npos;
 }
@@ -44,7 +44,7 @@ bool takesFiles(const Described& command) {
 std::string bashPlaces(const std::vector<Described>& leaves, ValueKind kind) {
     std::vector<std::string> places;
     for (const Described& leaf : leaves) {
-        for (const Option& option : leaf.description.options) {
+        for (const Option& option : leaf.spec.options) {
             if (kindOf(option) != kind)
                 continue;
             for (const std::string& name : option.names)
@@ -57,9 +57,9 @@ std::string bashPlaces(const std::vector<Described>& leaves, ValueKind kind) {
 std::string bashFamilies(const std::vector<Described>& commands) {
     std::string out;
     for (const Described& command : commands) {
-        if (!command.verbs.empty())
-            out += "    " + command.words + ") verbs='" + joined(namesOf(command.verbs), " ") +
-                   " --help' ;;\n";
+        if (!command.subcommands.empty())
+            out += "    " + command.words + ") subcommands='" +
+                   joined(namesOf(command.subcommands), " ") + " --help' ;;\n";
     }
     return out;
 }
@@ -68,7 +68,7 @@ std::string bashOptions(const std::vector<Described>& leaves) {
     std::string out;
     for (const Described& leaf : leaves) {
         std::vector<std::string> names;
-        for (const Option& option : leaf.description.options)
+        for (const Option& option : leaf.spec.options)
             names.insert(names.end(), option.names.begin(), option.names.end());
         out += "    " + quoted(leaf.words) + ") options='" + joined(names, " ") +
                "' files=" + (takesFiles(leaf) ? "1" : "") + " ;;\n";
@@ -99,7 +99,7 @@ std::string zshValue(const Option& option) {
 
 std::string zshArguments(const Described& leaf) {
     std::string out = "        _arguments -s -S";
-    for (const Option& option : leaf.description.options) {
+    for (const Option& option : leaf.spec.options) {
         for (const std::string& name : option.names)
             out += " \\\n            " +
                    quoted("*" + name + "[" + zshText(option.text) + "]" + zshValue(option));
@@ -160,7 +160,7 @@ std::string bashCompletion(const std::vector<Described>& commands) {
 _pelorik()
 {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local command=${COMP_WORDS[1]} verbs='' options='' files='' index
+    local command=${COMP_WORDS[1]} subcommands='' options='' files='' index
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
         mapfile -t COMPREPLY < <(compgen -W ')" +
@@ -170,9 +170,9 @@ _pelorik()
     case $command in
 )" + bashFamilies(commands) +
            R"(    esac
-    if [[ $verbs ]]; then
+    if [[ $subcommands ]]; then
         if ((COMP_CWORD == 2)); then
-            mapfile -t COMPREPLY < <(compgen -W "$verbs" -- "$current")
+            mapfile -t COMPREPLY < <(compgen -W "$subcommands" -- "$current")
             return
         fi
         command+=" ${COMP_WORDS[2]}"
@@ -236,9 +236,9 @@ std::string zshCompletion(const std::vector<Described>& commands) {
                       "local place=$words[2]\nshift words\n((CURRENT--))\n"
                       "case $place in\n";
     for (const Described& command : commands) {
-        if (!command.verbs.empty())
+        if (!command.subcommands.empty())
             out += command.words + ")\n    if ((CURRENT == 2)); then\n        names=(\n" +
-                   zshNames(command.verbs) +
+                   zshNames(command.subcommands) +
                    "        )\n        _describe verb names\n        return\n    fi\n"
                    "    place+=\" $words[2]\"\n    shift words\n    ((CURRENT--))\n    ;;\n";
     }
@@ -269,11 +269,11 @@ end
 )";
     out += fishNames("__pelorik_at", commands);
     for (const Described& command : commands)
-        out += fishNames("__pelorik_at " + command.words, command.verbs);
+        out += fishNames("__pelorik_at " + command.words, command.subcommands);
     for (const Described& leaf : leavesOf(commands)) {
         if (!takesFiles(leaf))
             out += "complete -c pelorik -f -n '__pelorik_in " + leaf.words + "'\n";
-        for (const Option& option : leaf.description.options)
+        for (const Option& option : leaf.spec.options)
             out += fishOption(leaf.words, option);
     }
     return out;

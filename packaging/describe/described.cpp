@@ -1,6 +1,6 @@
 #include "packaging/describe/described.h"
 
-#include "cli/command_line.h"
+#include "cli/args/options.h"
 #include "cli/commands.h"
 
 #include <fstream>
@@ -10,18 +10,18 @@ namespace describe {
 
 namespace {
 
-Described describedBy(const cli::Command& command, cli::Words words, const std::string& text) {
+Described describedBy(const cli::Command& command, cli::Args args, const std::string& text) {
     Described out;
     out.words = command.name;
-    for (const std::string& word : words)
-        out.words += " " + word;
+    for (const std::string& arg : args)
+        out.words += " " + arg;
     out.text = text;
-    words.emplace_back("--help");
+    args.emplace_back("--help");
     cli::Console console("pelorik");
     try {
-        command.run(words, console);
-    } catch (const cli::HelpWanted& help) {
-        out.description = help.description;
+        command.run(args, console);
+    } catch (const cli::HelpRequested& help) {
+        out.spec = help.spec;
         return out;
     }
     throw std::logic_error(out.words + " --help shows no help");
@@ -33,8 +33,9 @@ std::vector<Described> describedCommands() {
     std::vector<Described> commands;
     for (const cli::Command& command : cli::allCommands()) {
         Described described = describedBy(command, {}, command.text);
-        for (const cli::Description::Verb& verb : described.description.verbs)
-            described.verbs.push_back(describedBy(command, {verb.name}, verb.text));
+        for (const cli::CommandSpec::Subcommand& subcommand : described.spec.subcommands)
+            described.subcommands.push_back(
+                describedBy(command, {subcommand.name}, subcommand.text));
         commands.push_back(std::move(described));
     }
     return commands;
@@ -43,14 +44,14 @@ std::vector<Described> describedCommands() {
 std::vector<Described> leavesOf(const std::vector<Described>& commands) {
     std::vector<Described> leaves;
     for (const Described& command : commands) {
-        if (command.verbs.empty())
+        if (command.subcommands.empty())
             leaves.push_back(command);
-        leaves.insert(leaves.end(), command.verbs.begin(), command.verbs.end());
+        leaves.insert(leaves.end(), command.subcommands.begin(), command.subcommands.end());
     }
     return leaves;
 }
 
-ValueKind kindOf(const cli::Description::Option& option) {
+ValueKind kindOf(const cli::CommandSpec::Option& option) {
     const std::string& value = option.value;
     if (value.empty())
         return ValueKind::kNone;

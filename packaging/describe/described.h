@@ -3,7 +3,7 @@
 #ifndef PELORIK_PACKAGING_DESCRIBE_DESCRIBED_H
 #define PELORIK_PACKAGING_DESCRIBE_DESCRIBED_H
 
-#include "cli/description.h"
+#include "cli/args/help.h"
 
 #include <filesystem>
 #include <string>
@@ -14,19 +14,19 @@ namespace describe {
 struct Described {
     std::string words; // "check", "xml seal"
     std::string text;  // in a few words
-    cli::Description description;
-    std::vector<Described> verbs;
+    cli::CommandSpec spec;
+    std::vector<Described> subcommands;
 };
 
-// All commands with their verbs.
+// All commands with their subcommands.
 std::vector<Described> describedCommands();
 
-// The commands without verbs, and the verbs of the others: whatever takes operands.
+// The commands without subcommands, and the subcommands of the others: whatever takes operands.
 std::vector<Described> leavesOf(const std::vector<Described>& commands);
 
 // What may stand for the value of an option.
 enum class ValueKind { kNone, kAlgorithm, kDirectory, kFile, kFree };
-ValueKind kindOf(const cli::Description::Option& option);
+ValueKind kindOf(const cli::CommandSpec::Option& option);
 inline constexpr char kAlgorithms[] = "md5 gost94 gost2012";
 
 // An option's text up to its first semicolon.

@@ -112,7 +112,7 @@ std::vector<std::string> usageParts(const std::string& usage) {
 
 std::string synopsisOf(const Described& command) {
     std::string out = ".Nm pelorik " + command.words + "\n";
-    const std::string usage = command.description.usage.substr(command.words.size());
+    const std::string usage = command.spec.usage.substr(command.words.size());
     for (const std::string& part : usageParts(usage)) {
         if (!part.empty())
             out += usagePart(part);
@@ -120,9 +120,9 @@ std::string synopsisOf(const Described& command) {
     return out;
 }
 
-std::string optionsOf(const cli::Description& description) {
+std::string optionsOf(const cli::CommandSpec& spec) {
     std::string out = ".Bl -tag -width Ds\n";
-    for (const cli::Description::Option& option : description.options) {
+    for (const cli::CommandSpec::Option& option : spec.options) {
         out += ".It " + flag(option.names.front());
         if (option.names.size() > 1)
             out += " , " + flag(option.names.back());
@@ -132,25 +132,25 @@ std::string optionsOf(const cli::Description& description) {
     return out + ".El\n";
 }
 
-std::string statusesOf(const cli::Description& description) {
+std::string statusesOf(const cli::CommandSpec& spec) {
     std::string out = ".Bl -tag -width Ds\n";
-    for (const cli::Description::Status& status : description.statuses)
+    for (const cli::CommandSpec::Status& status : spec.statuses)
         out += ".It " + std::to_string(status.number) + "\n" + paragraph(status.text);
     return out + ".El\n";
 }
 
-std::string examplesOf(const cli::Description& description) {
+std::string examplesOf(const cli::CommandSpec& spec) {
     std::string out = ".Bd -literal -offset indent\n";
-    for (const std::string& example : description.examples)
+    for (const std::string& example : spec.examples)
         out += literal(example) + "\n";
     return out + ".Ed\n";
 }
 
 std::string verbOf(const Described& verb) {
-    return ".Ss pelorik " + verb.words + "\n" + paragraph(verb.description.about) +
-           ".Pp\nThe options are as follows:\n" + optionsOf(verb.description) +
-           ".Pp\nThe exit status is one of these:\n" + statusesOf(verb.description) +
-           ".Pp\nFor example:\n" + examplesOf(verb.description);
+    return ".Ss pelorik " + verb.words + "\n" + paragraph(verb.spec.about) +
+           ".Pp\nThe options are as follows:\n" + optionsOf(verb.spec) +
+           ".Pp\nThe exit status is one of these:\n" + statusesOf(verb.spec) +
+           ".Pp\nFor example:\n" + examplesOf(verb.spec);
 }
 
 // The sections of a file of prose, which need not exist.
@@ -189,18 +189,18 @@ std::string pageOf(const std::string& name, const std::string& text, const std::
 
 std::string commandPage(const Described& command, Sections sections, const std::string& date) {
     std::string synopsis;
-    std::string description = paragraph(command.description.about);
-    if (command.verbs.empty()) {
+    std::string description = paragraph(command.spec.about);
+    if (command.subcommands.empty()) {
         synopsis = synopsisOf(command);
-        description += ".Pp\nThe options are as follows:\n" + optionsOf(command.description);
+        description += ".Pp\nThe options are as follows:\n" + optionsOf(command.spec);
     }
-    for (const Described& verb : command.verbs) {
+    for (const Described& verb : command.subcommands) {
         synopsis += synopsisOf(verb);
         description += verbOf(verb);
     }
     sections["DESCRIPTION"].insert(0, description);
-    sections["EXIT STATUS"].insert(0, statusesOf(command.description));
-    sections["EXAMPLES"].insert(0, examplesOf(command.description));
+    sections["EXIT STATUS"].insert(0, statusesOf(command.spec));
+    sections["EXAMPLES"].insert(0, examplesOf(command.spec));
     sections["SEE ALSO"].insert(0, ".Xr pelorik 1\n");
     return pageOf("pelorik-" + command.words, command.text, synopsis, sections, date);
 }

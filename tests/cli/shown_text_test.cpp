@@ -1,9 +1,9 @@
 // What a person at a terminal is shown: the progress line, counts, and texts that a terminal must
 // not obey.
 
-#include "cli/counts.h"
-#include "cli/progress.h"
-#include "cli/terminal.h"
+#include "cli/output/counts.h"
+#include "cli/output/progress.h"
+#include "cli/output/terminal.h"
 
 #include <chrono>
 #include <cstdint>

@@ -68,7 +68,7 @@ MEETS = {
 
 def files():
     return sorted(os.path.relpath(path, markdown.ROOT) for folder in ALLOWED
-                  for path in glob.glob(os.path.join(markdown.ROOT, folder, "*"))
+                  for path in glob.glob(os.path.join(markdown.ROOT, folder, "**"), recursive=True)
                   if path.endswith((".h", ".cpp")))
 
 
@@ -112,8 +112,8 @@ def arrows():
 
 
 def commands():
-    return [re.sub(r"^cli/command_|\.cpp$", "", file) for file in files()
-            if re.match(r"cli/command_(?!line)\w*\.cpp$", file)]
+    return [stem(os.path.basename(file)) for file in files()
+            if re.match(r"cli/commands/\w+\.cpp$", file)]
 
 
 def arrow(start, end):

@@ -53,7 +53,7 @@ def unescaped(match):
 def literals():
     """Every string literal of the sources, those beside each other joined, as (file, text)."""
     for folder in FOLDERS:
-        for path in sorted(glob.glob(os.path.join(markdown.ROOT, folder, "*.[ch]*"))):
+        for path in sorted(glob.glob(os.path.join(markdown.ROOT, folder, "**", "*.[ch]*"), recursive=True)):
             source = re.sub(r"^\s*//.*$|\s//[^\"\n]*$|^#include.*$|static_assert\([^;]*\);", "",
                             markdown.read(path), flags=re.M)
             for match in re.finditer(r"%s(?:\s*%s)*" % (LITERAL, LITERAL), source):

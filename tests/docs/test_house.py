@@ -58,8 +58,8 @@ class Rules(unittest.TestCase):
         for file, included in [("text/agstr.cpp", "digest/hash.h"),
                                ("checker/hashfile_checker.cpp", "digest/_md5.h"),
                                ("config/vpnxml.cpp", "digest/hash.h"),
-                               ("digest/hash.cpp", "cli/failure.h"),
-                               ("cli/walk.h", "digest/hex_text.h"),
+                               ("digest/hash.cpp", "cli/process/error.h"),
+                               ("cli/files/directory_walk.h", "digest/hex_text.h"),
                                ("digest/_md5.cpp", "digest/hash.h"),
                                ("system/net_interf.cpp", "system/netinterface.h"),
                                ("text/agstr.cpp", "text/base64.h")]:

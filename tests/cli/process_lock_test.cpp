@@ -1,0 +1,154 @@
+// What the tool's locks do at the moments when another holder comes in between. The real system,
+// with two of its calls in the test's hands.
+
+#include "cli/process/error.h"
+#include "cli/process/lock.h"
+#include "tests/support/child.h"
+#include "tests/support/namespaces.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <optional>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using cli::Lock;
+
+constexpr char kDirectory[] = "/var/run/vpnagent";
+constexpr char kFile[] = "/var/run/vpnagent/x";
+
+std::function<void()> beforeLocking; // called once
+std::function<void()> beforeClosing; // of the lock's file, called once
+
+class HeldLockTest : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!support::haveOwnRunDirectory())
+            GTEST_SKIP() << support::kNoNamespaces;
+        fs::create_directory(kDirectory);
+    }
+
+    void TearDown() override {
+        beforeLocking = nullptr;
+        beforeClosing = nullptr;
+        if (support::haveOwnRunDirectory())
+            fs::remove_all(kDirectory);
+    }
+};
+
+void makeFile() {
+    std::ofstream out(kFile);
+}
+
+bool namesTheLockedFile(const Lock& lock) {
+    struct stat path {};
+    struct stat locked {};
+    return stat(kFile, &path) == 0 && fstat(lock.descriptor(), &locked) == 0 &&
+           path.st_ino == locked.st_ino;
+}
+
+bool anotherProcessGetsIt() {
+    return support::inChild([] { return Lock::tryToTake("x") ? 1 : 0; }) == 1;
+}
+
+} // namespace
+
+extern "C" {
+
+int __real_lockf(int fd, int command, off_t length);
+int __real_close(int fd);
+int __wrap_lockf(int fd, int command, off_t length);
+int __wrap_close(int fd);
+
+int __wrap_lockf(int fd, int command, off_t length) {
+    if (const auto step = std::exchange(beforeLocking, nullptr))
+        step();
+    return __real_lockf(fd, command, length);
+}
+
+int __wrap_close(int fd) {
+    if (const auto step = std::exchange(beforeClosing, nullptr))
+        step();
+    return __real_close(fd);
+}
+}
+
+namespace {
+
+TEST_F(HeldLockTest, IsNotHadOnAFileThatItsHolderRemovesMeanwhile) {
+    beforeLocking = [] { fs::remove(kFile); };
+    const std::optional<Lock> lock = Lock::tryToTake("x");
+    ASSERT_TRUE(lock);
+    EXPECT_TRUE(namesTheLockedFile(*lock));
+    EXPECT_FALSE(lock->wasThereAlready());
+    EXPECT_FALSE(anotherProcessGetsIt());
+}
+
+TEST_F(HeldLockTest, IsNotHadOnAFileThatAnotherOneHasReplaced) {
+    makeFile();
+    beforeLocking = [] {
+        fs::remove(kFile);
+        makeFile();
+    };
+    const std::optional<Lock> lock = Lock::tryToTake("x");
+    ASSERT_TRUE(lock);
+    EXPECT_TRUE(namesTheLockedFile(*lock));
+    EXPECT_FALSE(anotherProcessGetsIt());
+}
+
+TEST_F(HeldLockTest, IsGivenUpOnlyWhenItsFileIsGone) {
+    std::optional<Lock> lock = Lock::tryToTake("x");
+    ASSERT_TRUE(lock);
+    std::optional<bool> there;
+    beforeClosing = [&] { there = fs::exists(kFile); };
+    lock.reset();
+    EXPECT_EQ(there, std::optional(false));
+    EXPECT_TRUE(anotherProcessGetsIt());
+}
+
+TEST_F(HeldLockTest, LeavesTheFileOfAnotherHolderAlone) {
+    std::optional<Lock> lock = Lock::tryToTake("x");
+    ASSERT_TRUE(lock);
+    fs::remove(kFile);
+    makeFile();
+    lock.reset();
+    EXPECT_TRUE(fs::exists(kFile));
+}
+
+TEST_F(HeldLockTest, KnowsAFileThatWasLeftBehind) {
+    makeFile();
+    EXPECT_TRUE(Lock::tryToTake("x")->wasThereAlready());
+    EXPECT_FALSE(Lock::tryToTake("x")->wasThereAlready());
+}
+
+TEST_F(HeldLockTest, IsHeldByWhoeverItWasMovedTo) {
+    std::optional<Lock> lock = Lock::tryToTake("x");
+    ASSERT_TRUE(lock);
+    {
+        const Lock moved(std::move(*lock));
+        lock.reset();
+        EXPECT_TRUE(namesTheLockedFile(moved));
+        EXPECT_FALSE(anotherProcessGetsIt());
+    }
+    EXPECT_FALSE(fs::exists(kFile));
+}
+
+TEST_F(HeldLockTest, SaysWhyItCannotBeHad) {
+    fs::remove(kDirectory);
+    try {
+        Lock::tryToTake("x");
+        ADD_FAILURE();
+    } catch (const cli::Error& failure) {
+        EXPECT_THAT(failure.what(), testing::HasSubstr("/run/vpnagent is missing"));
+    }
+}
+
+} // namespace
