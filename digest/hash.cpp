@@ -1,7 +1,9 @@
 #include "digest/hash.h"
 
+#include <cstring>
 #include <memory>
 #include <string_view>
+#include <typeinfo>
 
 namespace {
 
@@ -20,9 +22,22 @@ bool startsWithMarker(std::string_view text) {
     return !text.empty() && kMarkers.find(text.front()) != std::string_view::npos;
 }
 
-// True when `text` begins with `prefix`, given in its `#` form, whichever marker `text` has.
-bool startsWithPrefix(std::string_view text, std::string_view prefix) {
-    return startsWithMarker(text) && text.substr(1).starts_with(prefix.substr(1));
+// True when `spec` begins with `literal`. N counts the literal's terminating zero.
+template<std::size_t N>
+bool is_equal(std::string_view spec, const char (&literal)[N]) {
+    return spec.starts_with(std::string_view(literal, N - 1));
+}
+
+// True when `text`, which begins with a marker, continues like `prefix` after its marker.
+bool hasTagOf(std::string_view text, std::string_view prefix) {
+    return !prefix.empty() && text.substr(1).starts_with(prefix.substr(1));
+}
+
+// The digits of a digest text, which reach to its end: none when it has the tag of another prefix.
+std::string_view digitsOf(std::string_view text, std::string_view prefix) {
+    if (!startsWithMarker(text))
+        return text;
+    return hasTagOf(text, prefix) ? text.substr(prefix.size()) : std::string_view();
 }
 
 void prepare(HashMD5_Calc& calc) {
@@ -45,8 +60,18 @@ IHash* newHash(const std::string& prefix, const void* data, std::size_t length) 
     return new Hash<HashT, CalcT>(prefix, HashT(data, length));
 }
 
+// False for an object of a class that was compiled with -fno-rtti: the entry before its table of
+// virtual operations is null, which dynamic_cast would follow.
+bool hasTypeInformation(const IHash_Calc& calc) {
+    const std::type_info* const* table;
+    std::memcpy(&table, static_cast<const void*>(&calc), sizeof table);
+    return table[-1] != nullptr;
+}
+
 template<class HashT, class CalcT>
 IHash* newHash(const std::string& prefix, IHash_Calc& calc, bool finalizeInPlace) {
+    if (!hasTypeInformation(calc))
+        throw std::bad_cast();
     auto& own = dynamic_cast<Hash_Calc<CalcT>&>(calc);
     return new Hash<HashT, CalcT>(prefix, HashT(own.calculator(), finalizeInPlace));
 }
@@ -91,12 +116,8 @@ std::string Hash<HashT, CalcT>::ToStr(bool upperCase, bool withPrefix) const {
 
 template<class HashT, class CalcT>
 bool Hash<HashT, CalcT>::Check(const std::string& text, bool upperCase) const {
-    if (!startsWithMarker(text))
-        return text.size() == 2 * sizeof hash_ && hash_.Check(text.c_str(), upperCase);
-    if (!startsWithPrefix(text, *prefix_))
-        return false;
-    const std::size_t digits = text.size() - prefix_->size();
-    return digits == 2 * sizeof hash_ && hash_.Check(text.c_str() + prefix_->size(), upperCase);
+    const std::string_view digits = digitsOf(text, *prefix_);
+    return digits.size() == 2 * sizeof hash_ && hash_.Check(digits.data(), upperCase);
 }
 
 template<class HashT, class CalcT>
@@ -172,11 +193,11 @@ IHashFactory* createHashFactory(HashFileChecker::Alg alg) {
 }
 
 IHashFactory* createHashFactory(const std::string& spec) {
-    if (startsWithPrefix(spec, kMd5Prefix))
+    if (is_equal(spec, kMd5Prefix) || is_equal(spec, "$MD5:"))
         return createHashFactory(HashFileChecker::MD5);
-    if (startsWithPrefix(spec, kGost94Prefix))
+    if (is_equal(spec, kGost94Prefix) || is_equal(spec, "$GOST3411_RFC4357:"))
         return createHashFactory(HashFileChecker::GOST_RFC4357);
-    if (startsWithPrefix(spec, kGost2012Prefix))
+    if (is_equal(spec, kGost2012Prefix) || is_equal(spec, "$GOST3411_256_2012:"))
         return createHashFactory(HashFileChecker::GOST_3411_2012);
     if (startsWithMarker(spec))
         return nullptr;

@@ -85,8 +85,8 @@ public:
     /// The digest of everything that `calc` was fed.
     ///
     /// With `finalizeInPlace` false `calc` is left as it is and may take more data; with true it is
-    /// finished and may only be deleted. Throws `std::bad_cast` when `calc` is of another
-    /// algorithm.
+    /// finished and may only be deleted. Throws `std::bad_cast`, with `calc` unchanged, when `calc`
+    /// is of another algorithm, or of a class that was compiled without type information.
     virtual IHash* createHash(IHash_Calc& calc, bool finalizeInPlace) const = 0;
 
     virtual ~IHashFactory();
@@ -116,7 +116,8 @@ private:
 template<class HashT, class CalcT>
 class PELORIK_API Hash : public IHash {
 public:
-    /// Refers to `prefix`, which must live longer.
+    /// Refers to `prefix`, which must live longer. With an empty prefix, `Check` returns false for
+    /// text that begins with `#` or `$`.
     Hash(const std::string& prefix, const HashT& hash);
     ~Hash() override;
     std::size_t GetHashSize() const override;

@@ -1,4 +1,5 @@
 #include "digest/hash.h"
+#include "tests/digest/calc_without_type_info.h"
 #include "tests/support/bytes.h"
 #include "tests/support/leaks.h"
 #include "tests/support/peer_digest.h"
@@ -236,12 +237,21 @@ TEST_P(EachAlgorithm, RefusesTheCalculatorOfAnother) {
     for (const Algorithm& other : algorithms()) {
         if (other.code == algorithm_.code)
             continue;
-        const Calc calc(other.newFactory()->createHashCalc());
+        const Factory its = other.newFactory();
+        const Calc calc(its->createHashCalc());
+        calc->Update("abc", 3);
         EXPECT_THROW(factory_->createHash(*calc, false), std::bad_cast);
         EXPECT_THROW(factory_->createHash(*calc, true), std::bad_cast);
+        const Digest digest(its->createHash(*calc, true));
+        EXPECT_EQ(digest->ToStr(false, false), other.digits("abc"));
     }
     ForeignCalc foreign;
     EXPECT_THROW(factory_->createHash(foreign, true), std::bad_cast);
+}
+
+TEST_P(EachAlgorithm, RefusesACalculatorOfAClassWithoutTypeInformation) {
+    EXPECT_THROW(factory_->createHash(calcWithoutTypeInfo(), false), std::bad_cast);
+    EXPECT_THROW(factory_->createHash(calcWithoutTypeInfo(), true), std::bad_cast);
 }
 
 TEST_P(EachAlgorithm, AcceptsTheCalculatorOfAnotherFactoryOfItsKind) {
@@ -333,6 +343,39 @@ TEST_P(EachAlgorithm, Check_RefusesTheTagOfAnother) {
     tag[0] = static_cast<char>(tag[0] - 'A' + 'a');
     EXPECT_FALSE(digest->Check("#" + tag + lower, false));
     EXPECT_FALSE(digest->Check("$" + tag + lower, false));
+}
+
+// Digests made by hand, each with a prefix of the caller's. The digits are RFC 1321's of "abc".
+class DigestWithPrefix : public testing::Test {
+protected:
+    void expectChecked(const std::string& prefix, const std::string& text, bool expected) {
+        const Md5Digest digest(prefix, HashMD5("abc", 3));
+        EXPECT_EQ(digest.Check(text, false), expected) << '"' << prefix << "\" " << text;
+        EXPECT_FALSE(digest.Check(text, true)) << '"' << prefix << "\" " << text;
+    }
+
+    const std::string digits_ = "900150983cd24fb0d6963f7d28e17f72";
+};
+
+TEST_F(DigestWithPrefix, Check_WithAnEmptyPrefixIsFalseForTextWithAMarker) {
+    for (const std::string marker : {"#", "$"}) {
+        expectChecked("", marker, false);
+        expectChecked("", marker + digits_, false);
+        expectChecked("", marker + "MD5:" + digits_, false);
+    }
+    expectChecked("", digits_, true);
+    expectChecked("", "", false);
+}
+
+TEST_F(DigestWithPrefix, Check_ComparesThePrefixAfterItsMarker) {
+    for (const std::string marker : {"#", "$"}) {
+        expectChecked("#", marker + digits_, true);
+        expectChecked("#", marker + ":" + digits_, false);
+        expectChecked("#A:", marker + "A:" + digits_, true);
+        expectChecked("#A:", marker + "B:" + digits_, false);
+        expectChecked("#A:", marker + "A", false);
+    }
+    expectChecked("#A:", digits_, true);
 }
 
 // The empty input's digest is RFC 1321's.
