@@ -1,6 +1,7 @@
 #include "digest/gost34_11_2012.h"
 
 #include "digest/gost34_11_2012_roads.h"
+#include "digest/gost34_11_2012_tables.h"
 #include "digest/roads.h"
 
 #include <algorithm>
@@ -11,10 +12,9 @@ namespace {
 
 constexpr unsigned long kBlockSize = 64;
 
-constexpr UInt512 vector_0 = {};
-constexpr UInt512 vector_1 = {{0x0101010101010101, 0x0101010101010101, 0x0101010101010101,
-                               0x0101010101010101, 0x0101010101010101, 0x0101010101010101,
-                               0x0101010101010101, 0x0101010101010101}};
+using gost34_11_2012::vector_0;
+using gost34_11_2012::vector_0_1;
+using gost34_11_2012::vector_1;
 
 } // namespace
 
@@ -36,10 +36,9 @@ void GOST34_11_2012::addBlocks(const unsigned char* data, std::size_t count) {
 }
 
 void GOST34_11_2012::finish(const void* data, unsigned long size) {
-    std::memset(lastBlock_, 0, sizeof lastBlock_);
     if (size > 0)
         std::memcpy(lastBlock_, data, size);
-    lastBlock_[size] = 0x01;
+    std::memcpy(lastBlock_ + size, &vector_0_1, sizeof lastBlock_ - size);
 
     const auto road =
         roads::avx512Gost() ? gost34_11_2012::finish_avx512 : gost34_11_2012::finish_portable;

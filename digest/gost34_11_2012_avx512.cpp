@@ -167,7 +167,7 @@ void gost34_11_2012::addBlocks_avx512(UInt512& h, UInt512& n, UInt512& sigma,
         UInt512 block;
         memcpy(&block, data, sizeof block);
         chain = compress(chain, load(&n), load(data));
-        addWide(n.word, {512, 0, 0, 0, 0, 0, 0, 0});
+        addWide(n.word, gost34_11_2012::vector_0_512.word);
         addWide(sigma.word, block.word);
     }
     _mm512_storeu_si512(&h, transposed(chain));

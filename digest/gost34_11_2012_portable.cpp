@@ -11,8 +11,8 @@ namespace {
 
 using gost34_11_2012::C;
 using gost34_11_2012::premult;
-
-constexpr UInt512 kZero = {};
+using gost34_11_2012::vector_0;
+using gost34_11_2012::vector_0_512;
 
 UInt512 load(const void* bytes) {
     UInt512 value;
@@ -49,23 +49,42 @@ void lps(UInt512& out, const UInt512& x, const UInt512& y) {
     out.word[7] = lpsRow(value, 7);
 }
 
-// The standard's g_N(h, m), stored back into h.
-void compress(UInt512& h, const UInt512& n, const UInt512& m) {
-    UInt512 key;
-    UInt512 text = m;
-    lps(key, h, n);
-    for (const UInt512& constant : C) {
-        lps(text, text, key);
-        lps(key, key, constant);
-    }
-    for (int i = 0; i < 8; ++i)
-        h.word[i] ^= text.word[i] ^ key.word[i] ^ m.word[i];
+// A round of E, then the next round key.
+void round(UInt512& K, UInt512& m, const UInt512& constant) {
+    lps(m, m, K);
+    lps(K, K, constant);
 }
 
-// g_N(h, m), with the count of bits and the control sum moved on by the block.
-void addBlock(UInt512& h, UInt512& n, UInt512& sigma, const UInt512& block, unsigned long bits) {
+// The standard's E(K, m), stored in m. K becomes the thirteenth round key.
+void EKm(UInt512& K, UInt512& m) {
+    round(K, m, C[0]);
+    round(K, m, C[1]);
+    round(K, m, C[2]);
+    round(K, m, C[3]);
+    round(K, m, C[4]);
+    round(K, m, C[5]);
+    round(K, m, C[6]);
+    round(K, m, C[7]);
+    round(K, m, C[8]);
+    round(K, m, C[9]);
+    round(K, m, C[10]);
+    round(K, m, C[11]);
+    m = sum(m, K);
+}
+
+// The standard's g_N(h, m), stored in h.
+void compress(UInt512& h, const UInt512& n, const UInt512& m) {
+    UInt512 K;
+    UInt512 t = m;
+    lps(K, h, n);
+    EKm(K, t);
+    h = sum(sum(t, h), m);
+}
+
+// g_N(h, m), then adds the block to the count of bits and to the control sum.
+void addBlock(UInt512& h, UInt512& n, UInt512& sigma, const UInt512& block, const UInt512& bits) {
     compress(h, n, block);
-    addWide(n.word, {bits, 0, 0, 0, 0, 0, 0, 0});
+    addWide(n.word, bits.word);
     addWide(sigma.word, block.word);
 }
 
@@ -74,12 +93,12 @@ void addBlock(UInt512& h, UInt512& n, UInt512& sigma, const UInt512& block, unsi
 void gost34_11_2012::addBlocks_portable(UInt512& h, UInt512& n, UInt512& sigma,
                                         const unsigned char* data, std::size_t count) {
     for (; count > 0; --count, data += sizeof(UInt512))
-        addBlock(h, n, sigma, load(data), 8 * sizeof(UInt512));
+        addBlock(h, n, sigma, load(data), vector_0_512);
 }
 
 void gost34_11_2012::finish_portable(UInt512& h, UInt512& n, UInt512& sigma,
                                      const unsigned char* lastBlock, unsigned long bits) {
-    addBlock(h, n, sigma, load(lastBlock), bits);
-    compress(h, kZero, n);
-    compress(h, kZero, sigma);
+    addBlock(h, n, sigma, load(lastBlock), {{bits}});
+    compress(h, vector_0, n);
+    compress(h, vector_0, sigma);
 }

@@ -1,5 +1,6 @@
 // The substitution pi, the linear transform L and the iteration constants C of GOST R 34.11-2012
-// (RFC 6986, section 6), and the tables that are made of them at compile time. Not installed.
+// (RFC 6986, section 6), the tables that are made of them at compile time, and the constant
+// vectors. Not installed.
 
 #ifndef PELORIK_DIGEST_GOST34_11_2012_TABLES_H
 #define PELORIK_DIGEST_GOST34_11_2012_TABLES_H
@@ -115,6 +116,13 @@ consteval std::array<UInt512, 12> makeIterationConstants() {
         constants[i] = parseConstant(kIterationConstants[i]);
     return constants;
 }
+
+inline constexpr UInt512 vector_0 = {};
+inline constexpr UInt512 vector_1 = {{0x0101010101010101, 0x0101010101010101, 0x0101010101010101,
+                                      0x0101010101010101, 0x0101010101010101, 0x0101010101010101,
+                                      0x0101010101010101, 0x0101010101010101}};
+inline constexpr UInt512 vector_0_1 = {{1}};     // the padding: the byte 1, then zeros
+inline constexpr UInt512 vector_0_512 = {{512}}; // the bits of a full block
 
 inline constexpr LpsTable premult = makeLpsTable();
 inline constexpr std::array<UInt512, 12> C = makeIterationConstants();
