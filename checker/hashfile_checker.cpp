@@ -20,6 +20,10 @@ constexpr std::size_t kHashListLine = 4128;
 constexpr std::size_t kLongestPrintedName = 8193;
 constexpr std::size_t kChunk = 65536;
 
+// Stands for each byte of the first chunk that could not be read. Not zero, because a file whose
+// zeros at the end could not be read would have the digest of the whole file.
+constexpr int kUnreadByte = 0xa5;
+
 constexpr char kReadError[] = "File read error";
 
 struct CloseFile {
@@ -167,7 +171,7 @@ void GetFileHash(const char* path, IHash_Calc& calc) {
         if (taken == 0)
             fail(errno, path, kReadError);
         if (first)
-            std::memset(buffer + taken, 0, chunk - taken);
+            std::memset(buffer + taken, kUnreadByte, chunk - taken);
         calc.Update(buffer, chunk);
         remaining -= static_cast<off_t>(chunk);
     }

@@ -65,24 +65,27 @@ struct Statistics {
     std::uint32_t accessDenied; ///< files that may not be read
 };
 
-/// Appends the entries of the file list at `path`, for which null counts as "", to `out`.
+/// Appends the entries of the file list at `path` to `out`. A null `path` counts as "".
 ///
-/// Deliberate: reading ends without an error at a line that is too long; what was read stays in
-/// `out`.
+/// Compatibility: reading stops without an error at a line that is too long and at a read error,
+/// because callers rely on the entries before it, which stay in `out`. A directory, or a file that
+/// cannot be read, thus reads as an empty list. A caller that has to know reads the file itself
+/// before: every read succeeds up to the end of the file, and no line is too long.
 ///
 /// Throws `FileIOException` with the system's error number and `path`: "Can`t open File List file
-/// for reading.", "File List read error."
+/// for reading." The text "File List read error." is reserved for a stream that is bad although a
+/// line was read from it, which a conforming standard library never has.
 PELORIK_API void LoadFileList(const char* path, std::list<std::string>& out);
 
-/// Appends the records of the hash list at `path`, for which null counts as "", to `out`.
+/// Appends the records of the hash list at `path` to `out`. A null `path` counts as "".
 ///
-/// Deliberate: reading ends without an error at a line that is too long; what was read stays in
-/// `out`.
+/// Compatibility: reading stops without an error as in `LoadFileList`, for the same reason. Records
+/// after that place are missing from `out`, and a check of `out` does not check their files.
 ///
 /// Throws `FileIOException` with the system's error number and `path`: "Can`t open HashList file
-/// for reading.", "HashList read error.", and "HashList format error" at a line without `=`, when
-/// the records before it have been appended. With the last one the number means nothing: it is what
-/// some call before left.
+/// for reading." At a line without `=` it throws "HashList format error", after the records before
+/// that line were appended; the error is then a number that an earlier call left. The text
+/// "HashList read error." is reserved as in `LoadFileList`.
 PELORIK_API void LoadHashList(const char* path, std::list<FileHashPair>& out);
 
 /// Writes one line a record to `out`, each flushed: the name up to its first `=`, "=", the digest's
@@ -92,19 +95,23 @@ PELORIK_API void LoadHashList(const char* path, std::list<FileHashPair>& out);
 /// before it were written.
 PELORIK_API void PrintHashes(const std::list<HashPair>& pairs, std::ostream& out);
 
-/// Feeds the whole content of the file at `path`, for which null counts as "", to `calc`, in chunks
-/// of 65536 bytes.
+/// Feeds the content of the file at `path` to `calc`, in chunks of 65536 bytes and a last one of
+/// the rest. A null `path` counts as "".
 ///
-/// The size is taken once, at the start; an empty file feeds nothing. What the system makes wait
-/// for its opening, such as a named pipe to which nobody writes, makes the call wait.
+/// The size is taken once, at the start; an empty file feeds nothing. Opening a FIFO that has no
+/// writer blocks.
 ///
-/// Deliberate: when a chunk comes up short because the file shrank while it was read, `calc` is fed
-/// the full chunk all the same (zeros, or what the chunk before left there), so that the digest
-/// differs.
+/// Compatibility: a read that ends early after at least one byte does not fail, because callers
+/// rely on a digest of a file that shrinks meanwhile. Neither does a device that fails after some
+/// bytes of a chunk. `calc` is fed the full chunk: each byte that could not be read is the byte at
+/// the same place of the chunk before, or 0xA5 in the first chunk. A file that had these very bytes
+/// there gets the digest of the whole file; any other gets another digest. Chunks that follow are
+/// read from where the short read ended, and fail when nothing is there.
 ///
 /// Throws `FileIOException` with the system's error number and `path`: "Can`t open File for
-/// reading.", "File read error" (error 0 when the file merely ended early, and that of the seek for
-/// what has no size, such as a pipe).
+/// reading."; "File read error" when a read yields no byte, also after `calc` was fed some chunks.
+/// The error is then 0 at the end of the file, and that of the seek for what has no size, such as a
+/// pipe.
 PELORIK_API void GetFileHash(const char* path, IHash_Calc& calc);
 
 /// Stores the digest text of a file, with prefix and in upper case, in `result` and returns true.
@@ -123,7 +130,11 @@ PELORIK_API bool CalcHash(const std::string& fileName, const std::string& algori
 ///
 /// Nothing is written unless every file could be read. Throws `FileIOException`: "File name is
 /// empty" for a null or empty `path` and "No files to process" for an empty list, both with error 0
-/// and no file name; and whatever `LoadFileList` and `GetFileHash` throw.
+/// and no file name; and whatever `LoadFileList` and `GetFileHash` throw. A list that cannot be
+/// read is an empty one (see `LoadFileList`).
+///
+/// Compatibility: a single `path` of more than 8193 characters stops the process (SIGABRT) after
+/// its file was read, because `PrintHashes` does. An entry of a file list is never that long.
 PELORIK_API void ProcessFiles(const char* path, bool isFileList, std::ostream& out);
 
 /// Checks files against records, in order, and writes one flushed line to `out` for each that is
@@ -143,6 +154,9 @@ PELORIK_API int CheckFiles(const std::list<FileHashPair>& records, std::ostream&
                            Statistics* stats, bool stopOnError);
 
 /// Checks files against the hash list at `hashListPath`, without stopping.
+///
+/// The records of a list that cannot be read to its end are checked as far as they were read (see
+/// `LoadHashList`): 0 means that these match.
 ///
 /// Throws `FileIOException` "File name is empty" (error 0, no file name) for a null or empty path,
 /// and whatever `LoadHashList` throws.

@@ -11,8 +11,10 @@
 #include <cstdio>
 #include <cstring>
 #include <dlfcn.h>
+#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
+#include <limits>
 #include <list>
 #include <new>
 #include <sstream>
@@ -29,9 +31,11 @@ struct Script {
     int seekError = EOVERFLOW;
     int failingRead = 0; // the number of the call of fread that is cut down to `readCount` items
     std::size_t readCount = 0;
-    int readError = 0;           // what errno is set to by that call, if not 0
-    int failingSystemRead = 0;   // the number of the call of read that fails with EIO
-    int errorAfterEveryCall = 0; // what succeeding calls leave in errno, as they may
+    bool laterReadsFail = false;              // like that one
+    int readError = 0;                        // what errno is set to by that call, if not 0
+    int failingSystemRead = 0;                // the number of the call of read that fails with EIO
+    int errorAfterEveryCall = 0;              // what succeeding calls leave in errno, as they may
+    std::function<void()> atSeekBack = [] {}; // called before the second call of lseek
 
     int seeks = 0;
     int reads = 0;
@@ -85,7 +89,8 @@ std::size_t fread(void* buffer, std::size_t size, std::size_t count, std::FILE* 
     if (script == nullptr)
         return next(buffer, size, count, file);
     script->itemSizes.push_back(size);
-    if (++script->reads != script->failingRead)
+    const int call = ++script->reads;
+    if (call != script->failingRead && !(script->laterReadsFail && call > script->failingRead))
         return next(buffer, size, count, file);
     const std::size_t taken = next(buffer, size, std::min(count, script->readCount), file);
     if (script->readError != 0)
@@ -95,10 +100,14 @@ std::size_t fread(void* buffer, std::size_t size, std::size_t count, std::FILE* 
 
 off_t lseek(int descriptor, off_t offset, int origin) noexcept {
     static auto* const next = systems<off_t(int, off_t, int)>("lseek");
-    if (script != nullptr && ++script->seeks == script->failingSeek) {
+    if (script == nullptr)
+        return next(descriptor, offset, origin);
+    if (++script->seeks == script->failingSeek) {
         errno = script->seekError;
         return -1;
     }
+    if (script->seeks == 2)
+        script->atSeekBack();
     return next(descriptor, offset, origin);
 }
 
@@ -144,6 +153,11 @@ using HashFileChecker::FileIOException;
 using HashFileChecker::GetFileHash;
 using HashFileChecker::Statistics;
 using support::pattern;
+
+// md5sum's.
+const std::string kMd5OfAbcAndZeros = "f4f90f0deebc2956ffe6fadcd2302d83";
+const std::string kMd5OfAbcAndA5 = "475d30a56f5935b496269272282a599e";
+const std::string kMd5OfTwoChunksOfX = "3832e28c8feea48397f30d70b43d7987";
 
 class RecordingCalc : public IHash_Calc {
 public:
@@ -196,6 +210,18 @@ protected:
         EXPECT_EQ(outcome.message, "File read error");
         EXPECT_EQ(outcome.chunks.size(), chunks);
     }
+
+    // The code of a check of the file.
+    int check(const std::string& digest) {
+        std::ostringstream out;
+        script = &script_;
+        const int code = CheckFiles({{file_, digest, ""}}, out, nullptr, false);
+        script = nullptr;
+        return code;
+    }
+
+    // What is fed for bytes of the first chunk that could not be read.
+    static std::string lost(std::size_t count) { return std::string(count, '\xa5'); }
 
     const support::ScratchDirectory scratch_;
     const std::string content_ = pattern(65536 + 65536 + 1000);
@@ -251,23 +277,51 @@ TEST_F(ScriptedFiles, AFileThatEndedEarlyCarriesNoNumber) {
     }
 }
 
-TEST_F(ScriptedFiles, Deliberate_AShortFirstReadIsFilledUpWithZeros) {
-    script_.failingRead = 1;
-    script_.readCount = 100;
-    const Outcome outcome = read(file_);
-    EXPECT_FALSE(outcome.failed);
-    ASSERT_EQ(outcome.chunks.size(), 3U);
-    EXPECT_EQ(outcome.chunks[0], content_.substr(0, 100) + std::string(65536 - 100, '\0'));
-    EXPECT_EQ(outcome.chunks[1], content_.substr(100, 65536));
+// What follows a short read: the chunk as it was fed, and the read of the next one.
+
+TEST_F(ScriptedFiles, AShortFirstReadIsFilledUpWithA5) {
+    for (const int error : {0, EIO}) {
+        for (const std::size_t taken : {1U, 100U, 65535U}) {
+            script_ = {};
+            script_.failingRead = 1;
+            script_.readCount = taken;
+            script_.readError = error;
+            const Outcome outcome = read(file_);
+            EXPECT_FALSE(outcome.failed);
+            ASSERT_EQ(outcome.chunks.size(), 3U);
+            EXPECT_EQ(outcome.chunks[0], content_.substr(0, taken) + lost(65536 - taken));
+            EXPECT_EQ(outcome.chunks[1], content_.substr(taken, 65536));
+        }
+    }
 }
 
-TEST_F(ScriptedFiles, Deliberate_AShortLaterReadKeepsWhatTheChunkBeforeLeft) {
+TEST_F(ScriptedFiles, AShortReadOfAnOnlyChunkIsFilledUpToTheFilesSize) {
+    scratch_.write("file", content_.substr(0, 1000));
+    script_.failingRead = 1;
+    script_.readCount = 999;
+    const Outcome outcome = read(file_);
+    EXPECT_FALSE(outcome.failed);
+    EXPECT_EQ(outcome.chunks, std::vector<std::string>{content_.substr(0, 999) + lost(1)});
+}
+
+TEST_F(ScriptedFiles, AShortLaterReadKeepsTheBytesOfTheChunkBefore) {
     script_.failingRead = 2;
     script_.readCount = 1;
     const Outcome outcome = read(file_);
     EXPECT_FALSE(outcome.failed);
     ASSERT_EQ(outcome.chunks.size(), 3U);
     EXPECT_EQ(outcome.chunks[1], content_.substr(65536, 1) + content_.substr(1, 65535));
+}
+
+TEST_F(ScriptedFiles, AShortReadAfterAShortReadKeepsWhatWasFedBefore) {
+    script_.failingRead = 1;
+    script_.readCount = 10;
+    script_.laterReadsFail = true;
+    const Outcome outcome = read(file_);
+    EXPECT_FALSE(outcome.failed);
+    ASSERT_EQ(outcome.chunks.size(), 3U);
+    EXPECT_EQ(outcome.chunks[1], content_.substr(10, 10) + lost(65536 - 10));
+    EXPECT_EQ(outcome.chunks[2], content_.substr(20, 10) + lost(1000 - 10));
 }
 
 // An error that comes with some bytes is seen by the next read.
@@ -279,6 +333,41 @@ TEST_F(ScriptedFiles, AShortReadIsNoErrorUnlessItIsEmpty) {
     EXPECT_FALSE(outcome.failed);
     ASSERT_EQ(outcome.chunks.size(), 3U);
     EXPECT_EQ(outcome.chunks[2], content_.substr(131072, 1) + content_.substr(65537, 999));
+}
+
+TEST_F(ScriptedFiles, AFileThatShrinksBeforeItsOnlyReadIsFedWithItsFirstSize) {
+    scratch_.write("file", content_.substr(0, 1000));
+    script_.atSeekBack = [&] { ASSERT_EQ(truncate(file_.c_str(), 100), 0); };
+    const Outcome outcome = read(file_);
+    EXPECT_FALSE(outcome.failed);
+    EXPECT_EQ(outcome.chunks, std::vector<std::string>{content_.substr(0, 100) + lost(900)});
+}
+
+TEST_F(ScriptedFiles, AFileThatShrinksBeforeTheFirstOfItsReadsIsAReadErrorAtTheNext) {
+    script_.atSeekBack = [&] { ASSERT_EQ(truncate(file_.c_str(), 100), 0); };
+    expectReadError(0, 1);
+    EXPECT_EQ(script_.reads, 2);
+}
+
+// Zeros are the likeliest end of a real file.
+TEST_F(ScriptedFiles, AFileWhoseZerosCannotBeReadIsChanged) {
+    scratch_.write("file", "abc" + std::string(97, '\0'));
+    script_.failingRead = 1;
+    script_.readCount = 3;
+    script_.readError = EIO;
+    EXPECT_EQ(check("#MD5:" + kMd5OfAbcAndZeros), -1);
+}
+
+// Nothing tells such files from whole ones.
+TEST_F(ScriptedFiles, Compatibility_AFileWhoseLostBytesAreThoseOfTheBufferIsUnchanged) {
+    scratch_.write("file", "abc" + lost(97));
+    script_.failingRead = 1;
+    script_.readCount = 3;
+    EXPECT_EQ(check("#MD5:" + kMd5OfAbcAndA5), 0);
+
+    scratch_.write("file", std::string(2 * 65536, 'x'));
+    script_.failingRead = 4; // the second of this file
+    EXPECT_EQ(check("#MD5:" + kMd5OfTwoChunksOfX), 0);
 }
 
 TEST_F(ScriptedFiles, ClosesTheFileWhenTheCalculatorThrows) {
@@ -398,6 +487,51 @@ TEST_F(ScriptedFiles, AListThatFailsInTheMiddleEndsWithoutAnError) {
     HashFileChecker::LoadHashList(list.c_str(), records);
     script = nullptr;
     EXPECT_EQ(records.size(), names.size());
+}
+
+TEST_F(ScriptedFiles, AListThatCannotBeReadIsEmpty) {
+    const std::string list = scratch_.write("list", file_ + "=" + std::string(64, '0') + "\n");
+    const auto failing = [&](const auto& call) {
+        script_ = {};
+        script_.failingSystemRead = 1;
+        script = &script_;
+        call();
+        script = nullptr;
+        EXPECT_EQ(script_.systemReads, 1);
+    };
+    std::list<std::string> names;
+    failing([&] { HashFileChecker::LoadFileList(list.c_str(), names); });
+    EXPECT_EQ(names.size(), 0U);
+
+    std::list<HashFileChecker::FileHashPair> records;
+    failing([&] { HashFileChecker::LoadHashList(list.c_str(), records); });
+    EXPECT_EQ(records.size(), 0U);
+
+    std::ostringstream out;
+    Statistics counters{};
+    failing([&] { EXPECT_EQ(CheckFiles(list.c_str(), out, &counters), 0); });
+    EXPECT_EQ(counters.checked, 0U);
+
+    failing([&] {
+        try {
+            HashFileChecker::ProcessFiles(list.c_str(), true, out);
+            ADD_FAILURE() << "did not throw";
+        } catch (const FileIOException& problem) {
+            EXPECT_STREQ(problem.what(), "No files to process");
+        }
+    });
+    EXPECT_EQ(out.str(), "");
+}
+
+// What the headers tell callers to do who have to know.
+TEST_F(ScriptedFiles, AListThatCannotBeReadShowsInAReadOfTheCallers) {
+    const std::string list = scratch_.write("list", "a=1\n");
+    script_.failingSystemRead = 1;
+    script = &script_;
+    std::ifstream in(list);
+    in.ignore(std::numeric_limits<std::streamsize>::max());
+    script = nullptr;
+    EXPECT_TRUE(in.bad());
 }
 
 } // namespace

@@ -676,6 +676,18 @@ TEST_F(ProcessFilesTest, WritesAListThatChecks) {
     EXPECT_EQ(counters.failed + counters.notFound + counters.accessDenied, 0U);
 }
 
+using ProcessFilesDeathTest = ProcessFilesTest;
+
+TEST_F(ProcessFilesDeathTest, Compatibility_ASinglePathThatIsTooLongEndsTheProcess) {
+    support::allowLastingMemory(); // what GoogleTest keeps of a death test
+    scratch_.write("file", "abc");
+    std::string path = "./file";
+    path.insert(0, 8193 - path.size(), '/');
+    EXPECT_EQ(listOf(path), line(path, "abc"));
+    EXPECT_EXIT(listOf("/" + path), testing::KilledBySignal(SIGABRT), "^$");
+    EXPECT_EXIT(listOf(std::string(8190, 'n') + "=file"), testing::KilledBySignal(SIGABRT), "^$");
+}
+
 // CheckFiles
 
 class CheckFilesTest : public Checker {
