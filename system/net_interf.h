@@ -5,9 +5,10 @@
 /// All records and arrays come from `malloc` and are given back with
 /// `sys_network_interfaces_destroy`. Nothing here throws or prints.
 ///
-/// One call at a time: a call binds its socket to the process id as netlink port id, so that a
-/// second call on another thread, or any other routing netlink socket (NETLINK_ROUTE) of the
-/// process that holds this port id, makes `bind` and with it the call fail.
+/// One call at a time: a call binds its socket to the process id as netlink port id. A second call
+/// on another thread makes `bind` fail with EADDRINUSE, and with it the call. So does any other
+/// socket of the family NETLINK_ROUTE that holds this port id. Every process of the network
+/// namespace, of any user, can hold it, and can thus make the call fail for as long as it likes.
 
 #ifndef PELORIK_SYSTEM_NET_INTERF_H
 #define PELORIK_SYSTEM_NET_INTERF_H

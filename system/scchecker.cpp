@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <new>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,11 +19,23 @@ bool isReadable(const char* path) {
     return true;
 }
 
+// Sets `path` to that of the lock `name`. Returns false, with `path` unchanged, without memory.
+bool setPath(std::string& path, const char* name) {
+    try {
+        path = std::string(kLockDirectory) + (name == nullptr ? "" : name);
+        return true;
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+        return false;
+    }
+}
+
 } // namespace
 
 bool SCChecker::lock(const char* name) {
     fd = -1;
-    path = std::string(kLockDirectory) + (name == nullptr ? "" : name);
+    if (!setPath(path, name))
+        return false;
     wasAbsent = !isReadable(path.c_str());
     fd = creat(path.c_str(), S_IWUSR);
     if (fd < 0)

@@ -39,7 +39,10 @@ class PELORIK_API SCChecker {
 public:
     /// Takes the lock `name` (a file name, NUL-terminated; null is taken for the empty one) without
     /// waiting. Returns true when it is taken, and false when another process holds it (`errno` is
-    /// EAGAIN then) or something else failed; `errno` is that of the failing call.
+    /// EAGAIN then) or something else failed; `errno` is that of the failing call. Never throws.
+    ///
+    /// Without memory for the path it returns false with `errno` ENOMEM, and `path` and `wasAbsent`
+    /// are unchanged.
     ///
     /// The file is made with the permission bits 0200, less the umask. The empty name is that of
     /// the directory and always fails.
@@ -59,7 +62,7 @@ public:
     void unlock();
 
     int fd = -1;      ///< the lock file's descriptor while the lock is held, else -1
-    std::string path; ///< the lock file's path, set by `lock`
+    std::string path; ///< the lock file's path, set by `lock` when it has the memory
 
     /// Whether the last `lock` failed to open the file for reading before it made it. True normally
     /// says that no earlier holder left its file behind. But the file's permission bits let only

@@ -70,7 +70,7 @@ private:
 
 TEST_F(LockFailures, TheLockIsHadOrNotAndThenNothingIsKept) {
     EXPECT_EQ(lockAndUnlock(), "locked");
-    failEverything(lockAndUnlock, {kNoMemory},
+    failEverything(lockAndUnlock, {"ENOMEM"},
                    {"EACCES", "EMFILE", "EINTR", "ENOSPC", "EAGAIN", "ENOLCK"});
 }
 

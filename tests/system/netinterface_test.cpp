@@ -2,6 +2,7 @@
 // `ip -j addr` of iproute2 prints there.
 
 #include "system/netinterface.h"
+#include "tests/support/child.h"
 #include "tests/support/namespaces.h"
 
 #include <algorithm>
@@ -219,12 +220,21 @@ TEST_F(NetInterfaceOfABridge, IsAppendedByEveryCall) {
     EXPECT_EQ(found[1].name, "br0");
 }
 
-TEST_F(NetInterfaceOfABridge, CannotBeAskedForWhileThePortIdIsTaken) {
+// Binds a netlink socket to the port id `port`. Returns the socket, or -1.
+int takePortId(pid_t port) {
     const int taken = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
     sockaddr_nl address{};
     address.nl_family = AF_NETLINK;
-    address.nl_pid = static_cast<std::uint32_t>(getpid());
-    ASSERT_EQ(bind(taken, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    address.nl_pid = static_cast<std::uint32_t>(port);
+    if (bind(taken, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+        return taken;
+    close(taken);
+    return -1;
+}
+
+TEST_F(NetInterfaceOfABridge, CannotBeAskedForWhileThePortIdIsTaken) {
+    const int taken = takePortId(getpid());
+    ASSERT_GE(taken, 0);
     found.resize(1);
     EXPECT_FALSE(CollectNetInterfaceInfo(found));
     EXPECT_EQ(errno, EADDRINUSE);
@@ -232,6 +242,31 @@ TEST_F(NetInterfaceOfABridge, CannotBeAskedForWhileThePortIdIsTaken) {
     close(taken);
     EXPECT_TRUE(CollectNetInterfaceInfo(found));
     EXPECT_EQ(found.size(), 2U);
+}
+
+TEST_F(NetInterface, CannotBeAskedForWhileAProcessOfAnotherUserHoldsThePortId) {
+    constexpr uid_t kNobody = 65534;
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t wanted = getpid();
+    support::Child holder([&] {
+        const bool other = setgid(kNobody) == 0 && setuid(kNobody) == 0;
+        const char answer = !other ? 's' : takePortId(wanted) >= 0 ? 'y' : 'n';
+        if (write(ready[1], &answer, 1) == 1)
+            pause();
+        return 0;
+    });
+    close(ready[1]);
+    char answer = 0;
+    EXPECT_EQ(read(ready[0], &answer, 1), 1);
+    close(ready[0]);
+    if (answer == 's')
+        GTEST_SKIP() << "needs a second user";
+    EXPECT_EQ(answer, 'y');
+    EXPECT_FALSE(CollectNetInterfaceInfo(found));
+    EXPECT_EQ(errno, EADDRINUSE);
+    holder.kill(SIGKILL);
+    EXPECT_TRUE(CollectNetInterfaceInfo(found));
 }
 
 } // namespace

@@ -10,7 +10,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <new>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -158,15 +157,26 @@ TEST_F(ScCheckerCalls, LockTakesDescriptorZeroToo) {
     EXPECT_THAT(system.calls, ElementsAre(kOpenForReading, kCreate, "lockf 0 0"));
 }
 
-TEST_F(ScCheckerCalls, LockForgetsTheDescriptorWhereThereIsNoMemoryForThePath) {
+// That each allocation may fail by itself is tested in system_failures_test.cpp.
+TEST_F(ScCheckerCalls, LockReturnsFalseWithoutMemoryForThePath) {
     if (!support::canFailAllocations())
         GTEST_SKIP() << "a sanitizer's operator new does not fail";
-    checker.fd = kDescriptor;
-    const support::FailingAllocation failing(0);
-    EXPECT_THROW(checker.lock("a name that is too long to stand in a string itself"),
-                 std::bad_alloc);
-    EXPECT_EQ(checker.fd, -1);
-    EXPECT_THAT(system.calls, IsEmpty());
+    for (const char* const name : {"y", "a name that takes memory of its own", ""}) {
+        EXPECT_TRUE(checker.lock("x"));
+        takeCalls();
+        bool locked = true;
+        {
+            const support::NoMemory noMemory;
+            locked = checker.lock(name);
+        }
+        EXPECT_EQ(errno, ENOMEM);
+        EXPECT_FALSE(locked);
+        EXPECT_EQ(checker.fd, -1);
+        EXPECT_EQ(checker.path, "/var/run/vpnagent/x");
+        EXPECT_TRUE(checker.wasAbsent);
+        checker.unlock();
+        EXPECT_THAT(system.calls, IsEmpty());
+    }
 }
 
 TEST_F(ScCheckerCalls, LockTakesANameThatStandsInItsOwnPath) {
