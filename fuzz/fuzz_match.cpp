@@ -4,6 +4,7 @@
 #include "fuzz/target.h"
 #include "text/agstr.h"
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -23,10 +24,10 @@ struct Copying : AGStr {
 
 // Row by row: whether the pattern up to a byte matches the text up to each byte.
 bool matchesByTable(const std::string& pattern, const std::string& text) {
-    std::vector<bool> row(text.size() + 1);
+    std::vector<char> row(text.size() + 1);
     row[0] = true;
     for (const char wanted : pattern) {
-        std::vector<bool> next(text.size() + 1);
+        std::vector<char> next(text.size() + 1);
         next[0] = wanted == '*' && row[0];
         for (std::size_t i = 1; i <= text.size(); ++i) {
             const bool fits = wanted == '?' || wanted == text[i - 1];
