@@ -10,6 +10,9 @@
 /// digest/hash.h). The first `=` divides. At most 4128 characters a line. Empty lines and lines
 /// that start with `[` are skipped; nothing is trimmed; there are no comments.
 ///
+/// Without memory an operation throws `std::bad_alloc`. What it appended, wrote, counted or fed
+/// before stays.
+///
 /// The operations share no state: several may run on different threads with streams and counters of
 /// their own.
 

@@ -12,6 +12,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <list>
+#include <set>
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
@@ -277,6 +278,28 @@ TEST_F(HashList, AppendsToWhatIsThere) {
     Records records{{"before", "0", ""}};
     LoadHashList(scratch_.write("list", "a=1").c_str(), records);
     EXPECT_EQ(divided(records), (Divided{{"before", "0"}, {"a", "1"}}));
+}
+
+TEST_F(HashList, KeepsTheRecordsBeforeTheOneThatThereIsNoMemoryFor) {
+    if (!support::canFailAllocations())
+        GTEST_SKIP() << "a sanitizer's operator new does not fail";
+    const std::string text(40, 'x'); // takes memory of its own
+    const std::string path = scratch_.write("list", "a=" + text + "\nb=" + text + "\n");
+    const Divided all = {{"before", "0"}, {"a", text}, {"b", text}};
+    std::set<std::size_t> counts;
+    for (long before = 0; before < 100; ++before) {
+        Records records{{"before", "0", ""}};
+        try {
+            const support::FailingAllocation failing(before);
+            LoadHashList(path.c_str(), records);
+        } catch (const std::bad_alloc&) {
+            counts.insert(records.size());
+        } catch (const FileIOException&) { // there was no memory for the stream
+        }
+        const auto end = all.begin() + static_cast<std::ptrdiff_t>(records.size());
+        EXPECT_EQ(divided(records), Divided(all.begin(), end));
+    }
+    EXPECT_EQ(counts, (std::set<std::size_t>{1, 2}));
 }
 
 TEST_F(HashList, Deliberate_EndsWithoutAnErrorAtALineOfMoreThan4128Characters) {
@@ -892,6 +915,18 @@ TEST_F(CheckFilesTest, ReadsAList) {
                               " [#MD5:" + peerDigest(Peer::Md5, "abc") + "].\n");
     expectCounters(4, 1, 1, 0);
     EXPECT_EQ(CheckFiles(list.c_str(), out_, nullptr), -1);
+}
+
+TEST_F(CheckFilesTest, TakesACarriageReturnForAPartOfTheDigestText) {
+    const std::string md5 = peerDigest(Peer::Md5, "abc");
+    const std::string list = scratch_.write("list", file_ + "=#MD5:" + md5 + "\r\n" + file_ + "=" +
+                                                        md5 + "\r\n" + file_ + "=" + md5 + "\n");
+    EXPECT_EQ(CheckFiles(list.c_str(), out_, &counters_), -1);
+    EXPECT_EQ(out_.str(), "File changed: " + file_ + " [#MD5:" + md5 +
+                              "].\n"
+                              "Can't create hash calculator for " +
+                              file_ + " [" + md5 + "\r].\n");
+    expectCounters(2, 2, 0, 0);
 }
 
 TEST_F(CheckFilesTest, RefusesAPathThatIsEmptyOrCannotBeRead) {
