@@ -60,9 +60,6 @@ int guarded(Console& console, const std::string& helpFor, Work work) {
         status = work();
     } catch (const HelpRequested& help) {
         console.printBlock(helpText(help.spec, console.helpColumns()));
-    } catch (const Interrupted&) {
-        console.error("interrupted");
-        status = kInterrupted;
     } catch (const CheckFailed& refusal) {
         console.error(refusal.what());
         status = kFailed;
@@ -78,6 +75,9 @@ template<class Work>
 int finalStatus(Console& console, const std::string& helpFor, Work work) {
     try {
         return guarded(console, helpFor, work);
+    } catch (const Interrupted&) {
+        console.error("interrupted");
+        return kInterrupted;
     } catch (const std::bad_alloc&) {
         console.error("out of memory");
     } catch (const std::exception& failure) {
@@ -137,7 +137,7 @@ std::terminate_handler usualHandler = nullptr;
 int main(int argc, char** argv) {
     std::set_terminate(cli::usualHandler);
     cli::occupyStandardDescriptors();
-    cli::watchForInterrupt();
+    cli::watchForTermination();
     cli::failWritesBeyondLimit();
     int status = cli::kTrouble;
     try {

@@ -46,8 +46,7 @@ void describe(OptionParser& line) {
                           "that a list cannot hold, nothing to list; or writing failed");
     line.status(kInterrupted,
                 "interrupted by SIGINT; nothing was written but, with -o, OUT.partial. "
-                "The same goes for SIGTERM and SIGHUP, which end the command "
-                "themselves then");
+                "The same goes for other signals, which end the command themselves then");
     line.examples("  pelorik list -r -o /root/client.list /opt/PELORIKclient\n"
                   "  pelorik list -r --exclude '*.log' --exclude '*/cache' /srv > srv.list\n"
                   "  pelorik list -r --resume -o disk.list /srv\n"
@@ -289,7 +288,6 @@ void Listing::giveUp() {
 
 int runList(const Args& args, Console& console) {
     const ListOptions options = parseList(args);
-    watchForTermination();
     Listing listing(options, console);
     try {
         listing.find();

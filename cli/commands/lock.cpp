@@ -52,7 +52,7 @@ LockOptions parseLock(const Args& args) {
                       "Runs a command while holding the lock NAME, which one process at a time can "
                       "have, and ends with the command's own exit status. The lock is the file "
                       "/run/vpnagent/NAME; it is given up, and the file removed, when the command "
-                      "ends. SIGINT, SIGTERM, SIGHUP and SIGQUIT are passed on to the command; "
+                      "ends. Signals that would end this process are passed on to the command; "
                       "should the lock end before the command, because this process is killed, the "
                       "command is killed too.");
     LockOptions options;

@@ -87,6 +87,8 @@ void AtomicOutput::write(std::string_view content) {
     if (error == 0 && ::fsync(file_.get()) != 0 && !isInPlace())
         error = errno;
     const int closeError = file_.close();
+    if (error == EINTR)
+        throw Interrupted();
     if (error != 0 || closeError != 0)
         fail(error != 0 ? error : closeError);
 }

@@ -2,7 +2,9 @@
 
 #include "cli/process/signals.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <poll.h>
 #include <system_error>
 #include <unistd.h>
@@ -19,6 +21,12 @@ bool mayGoOn(int error, int descriptor, short event) {
         ::poll(&ready, 1, -1);
     }
     return error == EAGAIN || error == EINTR;
+}
+
+// How many of `size` bytes can be written without waiting for a reader.
+std::size_t writableNow(int descriptor, std::size_t size) {
+    pollfd ready{descriptor, POLLOUT, 0};
+    return ::poll(&ready, 1, 0) > 0 ? std::min<std::size_t>(size, PIPE_BUF) : 0;
 }
 
 } // namespace
@@ -49,7 +57,11 @@ std::size_t readFull(int descriptor, unsigned char* data, std::size_t size) {
 
 int writeAll(int descriptor, std::string_view data) {
     while (!data.empty()) {
-        const ssize_t count = ::write(descriptor, data.data(), data.size());
+        const std::size_t size =
+            interruptRequested() ? writableNow(descriptor, data.size()) : data.size();
+        if (size == 0)
+            return EINTR;
+        const ssize_t count = ::write(descriptor, data.data(), size);
         if (count >= 0)
             data.remove_prefix(static_cast<std::size_t>(count));
         else if (const int error = errno; !mayGoOn(error, descriptor, POLLOUT))

@@ -35,7 +35,8 @@ private:
 // std::system_error, and `Interrupted` when SIGINT has come.
 std::size_t readFull(int descriptor, unsigned char* data, std::size_t size);
 
-// Writes all of `data`. Returns 0 or the error number.
+// Writes all of `data`. Returns 0 or the error number. Once a signal has set the interrupt flag it
+// does not wait for a reader any more: EINTR.
 int writeAll(int descriptor, std::string_view data);
 
 } // namespace cli

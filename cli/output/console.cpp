@@ -4,8 +4,10 @@
 #include "cli/files/descriptor.h"
 #include "cli/process/error.h"
 #include "cli/process/exit_status.h"
+#include "cli/process/signals.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <unistd.h>
 #include <utility>
@@ -54,6 +56,8 @@ void Console::flush() {
     if (terminalOut_)
         progress_.erase();
     const int error = writeAll(STDOUT_FILENO, std::exchange(pending_, std::string()));
+    if (error == EINTR)
+        throw Interrupted();
     if (error != 0)
         throw Error("standard output", error);
 }
@@ -74,7 +78,11 @@ void Console::summarise(std::string_view text, Colour colour) {
 }
 
 void Console::writeError(const std::string& line) {
-    flush();
+    try {
+        flush();
+    } catch (const Interrupted&) {
+        // Nobody reads standard output; the line is still of use.
+    }
     progress_.erase();
     writeAll(STDERR_FILENO, line + "\n");
 }
@@ -85,8 +93,12 @@ void Console::exitNow(int status) {
     } catch (const Error& failure) {
         error(failure.what());
         status = kTrouble;
+    } catch (const Interrupted&) {
+        status = kInterrupted;
     }
     progress_.erase();
+    if (status == kInterrupted)
+        endAsTerminated();
     std::_Exit(status);
 }
 

@@ -17,7 +17,8 @@ public:
     // `prefix` opens every line on standard error: "pelorik: hash".
     explicit Console(std::string prefix);
 
-    // Adds `text` and a line feed to standard output. Throws `Error` when writing fails.
+    // Adds `text` and a line feed to standard output. Throws `Error` when writing fails, and
+    // `Interrupted` when a signal comes while it waits for the reader.
     void print(std::string_view text, Colour colour = Colour::kNone);
 
     // The same for text that may hold line feeds of its own, such as help.
@@ -26,7 +27,7 @@ public:
     // How wide help should be: as the terminal, 80 columns at most and elsewhere.
     std::size_t helpColumns() const;
 
-    // Writes what `print` has kept back. Throws `Error` when writing fails.
+    // Writes what `print` has buffered. Throws like `print`.
     void flush();
 
     // Writes a line to standard error, after what was printed so far.

@@ -20,21 +20,18 @@ constexpr int kCannotRun = 126;
 constexpr int kNotFound = 127;
 constexpr int kSignalled = 128;
 
-bool isIgnored(int signal) {
-    struct sigaction action {};
-    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
-}
-
-// Holds back, as long as it lives, the signals that are waited for: those that are passed on,
-// unless the parent had them ignored, and SIGCHLD.
+// Blocks, as long as it lives, the signals that are waited for: those that are passed on, and
+// SIGCHLD.
 class SignalsHeldBack {
 public:
     SignalsHeldBack() {
         std::signal(SIGCHLD, SIG_DFL); // where it is ignored, a child's status is lost
         sigemptyset(&set_);
         sigaddset(&set_, SIGCHLD);
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
-            sigaddset(&set_, signal);
+        for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+            if (isTerminating(signal))
+                sigaddset(&set_, signal);
+        }
         sigprocmask(SIG_BLOCK, &set_, &before_);
     }
     SignalsHeldBack(const SignalsHeldBack&) = delete;
@@ -86,9 +83,7 @@ std::vector<char*> argumentsOf(std::vector<std::string>& command) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent)
         _exit(kCannotRun); // the tool was gone before
-    if (!isIgnored(SIGINT))
-        std::signal(SIGINT, SIG_DFL); // the tool's own handler would take one that is pending
-    restoreWriteLimit();
+    restoreSignals();      // before pending ones are released: the tool's handler would take them
     signals.release();
     execvp(arguments[0], arguments.data());
     const int error = errno;
@@ -106,14 +101,21 @@ bool hasEnded(pid_t child, int& status) {
     return ended == child;
 }
 
+// True for a signal that the command got as well: a terminal sends SIGINT and SIGQUIT to the whole
+// foreground process group, but SIGHUP to the session's leader alone.
+bool reachedCommand(const siginfo_t& info) {
+    const bool isForGroup = info.si_signo == SIGINT || info.si_signo == SIGQUIT ||
+                            (info.si_signo == SIGHUP && getsid(0) != getpid());
+    return info.si_code == SI_KERNEL && isForGroup;
+}
+
 // Passes signals on until the child has ended.
 int waitFor(pid_t child, const SignalsHeldBack& signals) {
     int status = 0;
     while (!hasEnded(child, status)) {
         siginfo_t info{};
         const int signal = signals.wait(info);
-        const bool fromTerminal = info.si_code == SI_KERNEL;
-        if (signal != 0 && signal != SIGCHLD && !fromTerminal)
+        if (signal != 0 && signal != SIGCHLD && !reachedCommand(info))
             kill(child, signal);
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : kSignalled + WTERMSIG(status);

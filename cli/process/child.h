@@ -17,8 +17,8 @@ struct CommandEnd {
 // Runs `command`, found along PATH, with its words, and waits for it. `unwanted` is a descriptor
 // that it does not get.
 //
-// SIGINT, SIGTERM, SIGHUP and SIGQUIT that are sent to the tool meanwhile go to the command; those
-// that a terminal sends, it sends to the command itself. A command that outlives the tool is
+// Terminating signals that are sent to the tool meanwhile go to the command, unless the terminal has
+// sent them to the command as well. A command that outlives the tool is
 // killed.
 //
 // Throws `Error` when there can be no child, and `Interrupted` when SIGINT came before.

@@ -1,5 +1,7 @@
 #include "cli/process/signals.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <initializer_list>
@@ -16,34 +18,38 @@ static_assert(std::atomic<int>::is_always_lock_free);
 
 void (*writeLimitBefore)(int) = SIG_DFL;
 
-extern "C" void onInterrupt(int) {
-    requested = true;
-}
+// Faults and SIGABRT keep their core dumps. SIGPIPE ends the process as it ends other tools, and
+// SIGXFSZ becomes an error of the write.
+constexpr std::array kTerminating = {SIGHUP,  SIGINT,  SIGQUIT,  SIGALRM, SIGTERM,
+                                     SIGUSR1, SIGUSR2, SIGXCPU,  SIGIO,   SIGVTALRM,
+                                     SIGPROF, SIGPWR,  SIGSTKFLT};
 
 extern "C" void onTermination(int signal) {
     requested = true;
-    terminatedBy = signal;
+    if (signal != SIGINT)
+        terminatedBy = signal;
 }
 
-void watchFor(int signal, void (*handler)(int)) {
-    struct sigaction before {};
-    if (sigaction(signal, nullptr, &before) != 0 || before.sa_handler == SIG_IGN)
-        return;
+bool isIgnored(int signal) {
     struct sigaction action {};
-    action.sa_handler = handler;
-    action.sa_flags = static_cast<int>(SA_RESETHAND); // no SA_RESTART: a waiting read has to return
-    sigaction(signal, &action, nullptr);
+    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
 } // namespace
 
-void watchForInterrupt() {
-    watchFor(SIGINT, onInterrupt);
+bool isTerminating(int signal) {
+    return (signal >= SIGRTMIN && signal <= SIGRTMAX) ||
+           std::find(kTerminating.begin(), kTerminating.end(), signal) != kTerminating.end();
 }
 
 void watchForTermination() {
-    watchFor(SIGTERM, onTermination);
-    watchFor(SIGHUP, onTermination);
+    struct sigaction action {};
+    action.sa_handler = onTermination;
+    action.sa_flags = static_cast<int>(SA_RESETHAND); // no SA_RESTART: a waiting read has to return
+    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+        if (isTerminating(signal) && !isIgnored(signal))
+            sigaction(signal, &action, nullptr);
+    }
 }
 
 void endAsTerminated() {
@@ -57,15 +63,17 @@ void failWritesBeyondLimit() {
     writeLimitBefore = std::signal(SIGXFSZ, SIG_IGN);
 }
 
-void restoreWriteLimit() {
+void restoreSignals() {
     std::signal(SIGXFSZ, writeLimitBefore);
+    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+        if (isTerminating(signal) && !isIgnored(signal))
+            std::signal(signal, SIG_DFL);
+    }
 }
 
 SignalsBlocked::SignalsBlocked() {
     sigset_t set{};
-    sigemptyset(&set);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
-        sigaddset(&set, signal);
+    sigfillset(&set);
     sigprocmask(SIG_BLOCK, &set, &before_);
 }
 

@@ -1,4 +1,4 @@
-// Signals as a flag that long work looks at, or as an error of the call that they came from.
+// Signals that end a process set a flag that long operations poll.
 
 #ifndef PELORIK_CLI_PROCESS_SIGNALS_H
 #define PELORIK_CLI_PROCESS_SIGNALS_H
@@ -7,26 +7,27 @@
 
 namespace cli {
 
-// Thrown out of reading when a signal that is watched for has come.
+// Thrown when an operation stops because of a signal.
 struct Interrupted {};
 
-// From now on the first SIGINT raises the flag and breaks off system calls that wait; the second
-// one ends the process. A SIGINT that the parent had ignored stays ignored.
-void watchForInterrupt();
+// True for every signal that ends a process by default and is sent on purpose: SIGINT, SIGTERM,
+// SIGHUP, SIGUSR1, real-time signals and so on.
+bool isTerminating(int signal);
 
-// The same for SIGTERM and SIGHUP, for commands that have something to put in order before they
-// end; `endAsTerminated` ends the process by the signal that came, if one did.
+// From now on the first signal of each of these kinds sets the flag and interrupts blocking system
+// calls; the second one ends the process. Signals that the parent ignores stay ignored.
 void watchForTermination();
+
+// Ends the process by the signal that came, unless that was SIGINT, which has an exit status.
 void endAsTerminated();
 
-// From now on writing beyond the size that the process may give a file fails, instead of ending the
-// process.
+// From now on writing beyond the process's file size limit fails instead of ending the process.
 void failWritesBeyondLimit();
 
-// Undoes that in a process that is about to become another program.
-void restoreWriteLimit();
+// Undoes both in a process that is about to execute another program.
+void restoreSignals();
 
-// Holds SIGINT, SIGTERM and SIGHUP back, and SIGQUIT, as long as it lives.
+// Blocks all signals as long as it lives, so that none ends the process in between.
 class SignalsBlocked {
 public:
     SignalsBlocked();
@@ -40,7 +41,7 @@ private:
 
 bool interruptRequested() noexcept;
 
-// Throws `Interrupted` when the flag is up.
+// Throws `Interrupted` when the flag is set.
 void stopIfInterrupted();
 
 } // namespace cli

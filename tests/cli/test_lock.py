@@ -2,6 +2,7 @@
 
 import fcntl
 import os
+import pty
 import re
 import shutil
 import signal
@@ -11,7 +12,7 @@ import time
 import unittest
 
 import namespaces
-from tool import NOBODY, TOOL, Terminal, ToolTest, await_running, environment
+from tool import NOBODY, TERMINATING, TOOL, Terminal, ToolTest, await_running, environment
 
 DIRECTORY = "/var/run/vpnagent"
 FILE = DIRECTORY + "/x"
@@ -303,11 +304,11 @@ class Waiting(LockTest):
 class Signals(LockTest):
     def test_signals_are_passed_on_to_the_command(self):
         script = "trap 'echo got %s; exit 7' %s; echo running; while :; do sleep 0.01; done"
-        for name in ("INT", "TERM", "HUP", "QUIT"):
-            with self.subTest(name=name):
-                holder = self.start(script % (name, name))
-                holder.send_signal(getattr(signal, "SIG" + name))
-                self.assertEqual(holder.stdout.read(), b"got %s\n" % name.encode())
+        for number in TERMINATING:
+            with self.subTest(signal=number):
+                holder = self.start(script % (number, number))
+                holder.send_signal(number)
+                self.assertEqual(holder.stdout.read(), b"got %d\n" % number)
                 self.assertEqual(holder.wait(), 7)
                 self.assertFalse(os.path.exists(FILE))
 
@@ -365,6 +366,22 @@ class Signals(LockTest):
         seen = self.interrupt_from_terminal(
             [TOOL, "lock", "x", "--", sys.executable, "-c", script])
         self.assertEqual(re.findall(rb"running|got it|done", seen), [b"running", b"got it", b"done"])
+
+    def test_a_hang_up_of_its_terminal_reaches_the_command_and_ends_the_tool(self):
+        for script, status in (("exec sleep 1000", 128 + signal.SIGHUP),
+                               ("trap 'exit 7' HUP; while :; do sleep 0.01; done", 7)):
+            reader, writer = os.pipe()
+            os.set_inheritable(writer, True)
+            child, master = pty.fork()  # which leads the session, as a command of ssh -t does
+            if child == 0:
+                os.execve(TOOL, [TOOL, "lock", "x", "--", *shell(
+                    "echo running >&%d; %s" % (writer, script))], environment())
+            os.close(writer)
+            self.assertEqual(os.read(reader, 10), b"running\n")
+            os.close(master)
+            self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), status)
+            os.close(reader)
+            self.assertFalse(os.path.exists(FILE))
 
     def interrupt_from_terminal(self, command):
         """What a terminal gets on which Ctrl-C is typed when the command says that it runs."""

@@ -14,7 +14,7 @@ import sys
 import time
 import unittest
 
-from tool import (GOST2012, MD5, TOOL, Terminal, ToolTest, await_open, await_that, environment, gost2012, md5)
+from tool import (GOST2012, MD5, TERMINATING, TOOL, Terminal, ToolTest, await_open, await_that, ended_by, environment, gost2012, md5)
 
 HUGE = 1 << 42  # bytes of a file without content: enough to be at it until the test ends it
 OLD = os.path.realpath("/bin/true")
@@ -77,11 +77,13 @@ class Interrupted(ResumeTest):
         self.interrupt("-o", "out", OLD)
         self.assertEqual(sorted(os.listdir()), ["huge", "out.partial"])
 
-    def test_by_termination_and_hang_up_too_which_end_the_tool_as_ever(self):
-        for number in (signal.SIGTERM, signal.SIGHUP):
-            status, _ = self.interrupt("-o", "out", OLD, by=number)
-            self.assertEqual(status, -number)
+    def test_by_every_other_signal_too_which_ends_the_tool_as_ever(self):
+        for number in TERMINATING:
+            status, err = self.interrupt("-o", "out", OLD, by=number)
+            self.assertEqual(status, ended_by(number))
+            self.assertIn("--resume goes on from out.partial", err)
             self.assertIn(OLD.encode(), content("out.partial"))
+            os.remove("out.partial")
 
     def test_a_kill_leaves_what_was_saved_before_a_large_file(self):
         child = self.start("-o", "out", OLD, "huge")
@@ -324,7 +326,7 @@ class Commit(ToolTest):
         names = "".join("./" * 1990 + "f\n" for _ in range(2000))
         self.write("names", names)
         expected = names.replace("\n", "=%s%s\n" % (MD5, md5(b"1")))
-        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        for number in TERMINATING:
             child = self.stop_while_writing(
                 [TOOL, "list", "-a", "md5", "--files-from", "names", "-o", "d/out"])
             for _ in range(2):  # twice, as the second one is not caught

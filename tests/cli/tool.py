@@ -117,15 +117,25 @@ def await_open(pid, name):
     await_that(has_it)
 
 
-def await_reading(pid):
-    """Waits until the process sleeps in read(2)."""
+def await_call(pid, number):
+    """Waits until the process sleeps in the system call of that number."""
 
-    def reads():
+    def is_there():
         with open("/proc/%d/syscall" % pid, encoding="ascii") as call:
-            return call.read().split()[0] == "0"
+            return call.read().split()[0] == str(number)
 
     await_running(pid)
-    await_that(reads)
+    await_that(is_there)
+
+
+def await_reading(pid):
+    """Waits until the process sleeps in read(2)."""
+    await_call(pid, 0)
+
+
+def await_writing(pid):
+    """Waits until the process sleeps in write(2)."""
+    await_call(pid, 1)
 
 
 @contextlib.contextmanager
@@ -141,6 +151,18 @@ def profile_of_somebody(folder):
     yield os.path.join(profiles, os.path.basename(folder) + "-%c%m.profraw")
     for name in os.listdir(profiles):
         shutil.move(os.path.join(profiles, name), os.path.dirname(kept))
+
+
+# The signals that end a process by default and that are not faults, SIGABRT, SIGPIPE or SIGXFSZ.
+# 16 is SIGSTKFLT; of the real-time signals the first and the last.
+TERMINATING = [signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGALRM, signal.SIGTERM,
+               signal.SIGUSR1, signal.SIGUSR2, signal.SIGXCPU, signal.SIGVTALRM, signal.SIGPROF,
+               signal.SIGIO, signal.SIGPWR, 16, signal.SIGRTMIN, signal.SIGRTMAX]
+
+
+def ended_by(number):
+    """The status of the tool that a signal ended, as subprocess gives it."""
+    return 130 if number == signal.SIGINT else -number
 
 
 class Outcome:
