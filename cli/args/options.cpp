@@ -31,7 +31,7 @@ OptionParser::OptionParser(std::string usage, std::string about)
 OptionParser::~OptionParser() = default;
 
 void OptionParser::flag(const std::string& names, bool& target, const std::string& text) {
-    app_->add_flag(names, target, text)->disable_flag_override();
+    app_->add_flag(names, target, text);
 }
 
 void OptionParser::value(const std::string& names, const std::string& what,
@@ -72,19 +72,30 @@ void OptionParser::examples(const std::string& lines) {
         spec_.examples.push_back(line);
 }
 
-// CLI11 takes the word behind `--name=` for the value, so an empty value becomes a word of its own.
+// The value of a known option in `--name=value`. Throws `UsageError` for one of a flag, because
+// CLI11 accepts some.
+std::optional<std::string> OptionParser::attachedValue(const std::string& arg) const {
+    const std::size_t divider = arg.find('=');
+    if (!arg.starts_with("--") || divider == std::string::npos)
+        return std::nullopt;
+    const CLI::Option* const option = app_->get_option_no_throw(arg.substr(0, divider));
+    if (option == nullptr)
+        return std::nullopt;
+    if (option->get_items_expected_max() == 0)
+        throw UsageError(arg.substr(0, divider) + " takes no value");
+    return arg.substr(divider + 1);
+}
+
+// Makes an attached empty value an arg of its own, because CLI11 takes the next arg for it.
 std::vector<std::string> OptionParser::prepared(const std::vector<std::string>& args) const {
     std::vector<std::string> out;
     const auto end = std::find_if(args.begin(), args.end(), endsOptions);
-    for (auto word = args.begin(); word != args.end(); ++word) {
-        const bool isOption = word < end && word->starts_with("--") && word->ends_with('=');
-        const std::string name = word->substr(0, word->find('='));
-        if (isOption && name.size() + 1 == word->size() &&
-            app_->get_option_no_throw(name) != nullptr) {
-            out.push_back(name);
+    for (auto arg = args.begin(); arg != args.end(); ++arg) {
+        if (arg < end && attachedValue(*arg) == "") {
+            out.push_back(arg->substr(0, arg->size() - 1));
             out.emplace_back();
         } else {
-            out.push_back(*word);
+            out.push_back(*arg);
         }
     }
     return out;

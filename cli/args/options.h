@@ -54,6 +54,7 @@ public:
     std::vector<std::string> parse(const std::vector<std::string>& args);
 
 private:
+    std::optional<std::string> attachedValue(const std::string& arg) const;
     std::vector<std::string> prepared(const std::vector<std::string>& args) const;
     std::vector<std::string> operands() const;
     CommandSpec spec() const;

@@ -9,7 +9,6 @@
 #include "cli/process/error.h"
 #include "cli/process/exit_status.h"
 
-#include <array>
 #include <unistd.h>
 
 namespace cli {
@@ -46,13 +45,13 @@ Base64Options parseBase64(const Args& args) {
 }
 
 void encode(std::istream& in, Console& console) {
-    std::array<char, kBlock> bytes;
-    std::array<char, kBlock / 3 * 4 + 1> text;
+    std::vector<char> bytes(kBlock);
+    std::vector<char> text(kBlock / 3 * 4 + 1);
     do {
-        in.read(bytes.data(), bytes.size());
-        const int length =
-            base64_encode(reinterpret_cast<const unsigned char*>(bytes.data()),
-                          static_cast<unsigned>(in.gcount()), text.data(), text.size());
+        in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        const int length = base64_encode(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                         static_cast<unsigned>(in.gcount()), text.data(),
+                                         static_cast<unsigned>(text.size()));
         console.printBlock({text.data(), static_cast<std::size_t>(length)});
     } while (in);
     console.printBlock("\n");
@@ -70,9 +69,9 @@ void decode(const std::string& name, std::istream& in, Console& console) {
     Base64Text text(name, 1, [&](std::string_view bytes) {
         safely ? printSafely(bytes, console) : console.printBlock(bytes);
     });
-    std::array<char, kBlock> piece;
+    std::vector<char> piece(kBlock);
     do {
-        in.read(piece.data(), piece.size());
+        in.read(piece.data(), static_cast<std::streamsize>(piece.size()));
         text.take({piece.data(), static_cast<std::size_t>(in.gcount())});
     } while (in);
     text.finish();

@@ -9,7 +9,6 @@
 #include "text/base64.h"
 
 #include <algorithm>
-#include <array>
 #include <limits>
 #include <unistd.h>
 
@@ -36,9 +35,9 @@ std::string parseOperand(OptionParser& line, const Args& args) {
 std::string readWhole(const std::string& name) {
     TextStream stream(name);
     std::string content;
-    std::array<char, 65536> piece;
+    std::vector<char> piece(65536);
     do {
-        stream.in().read(piece.data(), piece.size());
+        stream.in().read(piece.data(), static_cast<std::streamsize>(piece.size()));
         content.append(piece.data(), static_cast<std::size_t>(stream.in().gcount()));
         if (content.size() > kLongest)
             throw Error(name + ": longer than 16 MiB");

@@ -5,9 +5,9 @@
 
 #include "cli/files/file_source.h"
 
-#include <array>
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace cli {
 
@@ -42,7 +42,7 @@ private:
     std::size_t longest_;
     std::string line_;
     std::size_t number_ = 0; // counted from 1
-    std::array<unsigned char, 65536> block_{};
+    std::vector<unsigned char> block_ = std::vector<unsigned char>(65536);
     std::size_t at_ = 0;
     std::size_t filled_ = 0;
     bool ended_ = false;

@@ -5,12 +5,12 @@
 
 #include "cli/files/file_source.h"
 
-#include <array>
 #include <cstddef>
 #include <istream>
 #include <streambuf>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace cli {
 
@@ -49,7 +49,7 @@ private:
         FileSource source_;
         Position blockStart_;
         bool ended_ = false;
-        std::array<unsigned char, 65536> block_{};
+        std::vector<unsigned char> block_ = std::vector<unsigned char>(65536);
     };
 
     Buffer buffer_;

@@ -2,6 +2,7 @@
 
 import os
 import re
+import resource
 import signal
 import subprocess
 import sys
@@ -76,7 +77,7 @@ class Usage(ToolTest):
     def test_errors_of_usage_are_status_2_and_point_to_help(self):
         cases = [
             ["hash", "--frobnicate"], ["hash", "-x"], ["hash", "-5"], ["hash", "-a"],
-            ["hash", "--upper=no"], ["hash", "-a", "sha1"],
+            ["hash", "-a", "sha1"],
             ["list"], ["list", "--exclude"], ["list", "-0", "f"], ["list", "-a", "md5", "-a", "md5", "f"],
             ["list", "-o", "a", "-o", "b", "f"], ["list", "--frobnicate", "f"],
             ["check"], ["check", "a", "b"], ["check", "--quiet", "--status", "a"],
@@ -89,6 +90,47 @@ class Usage(ToolTest):
             with self.subTest(words=words):
                 self.assert_refused(self.run_tool(*words),
                                     "(try: pelorik %s --help)" % words[0])
+
+
+    def test_a_flag_takes_no_value(self):
+        self.write("f")
+        for flag in ("--upper", "--bare", "--help"):
+            for value in ("", "{}", "[]", "no", "true", "1"):
+                for words in (["f"], ["--", "f"]):
+                    with self.subTest(flag=flag, value=value):
+                        self.assert_refused(self.run_tool("hash", flag + "=" + value, *words),
+                                            flag + " takes no value (try: pelorik hash --help)")
+        self.write("--upper={}", b"abc")
+        self.assertEqual(self.run_tool("hash", "-a", "md5", "--", "--upper={}").text,
+                         "--upper={}=%s%s\n" % (MD5, md5(b"abc")))
+
+
+class SmallStack(ToolTest):
+    """A limit of 64 KiB, as small systems and containers set for their daemons."""
+
+    def test_every_command_runs(self):
+        self.write("f", b"abc")
+        self.write("list", "f=%s%s\n" % (MD5, md5(b"abc")))
+        self.write("names", "f\n")
+        self.write("x.xml", "<a>text</a>")
+        self.write("x.ini", "[g]\nk = v\n")
+        self.write("x.b64", "YWJj")
+        self.write("x.pem", "-----BEGIN CERTIFICATE-----\r\nYWJj\r\n-----END CERTIFICATE-----\r\n")
+        self.assertEqual(self.run_tool("xml", "seal", "x.xml").status, 0)
+        limit = 64 << 10
+        for words in (["--help"], ["hash", "f"], ["hash"], ["list", "f"], ["list", "-o", "new", "f"],
+                      ["list", "--files-from", "names"], ["list", "-r", "."],
+                      ["compare", "list", "list"], ["update", "list"], ["update", "-r", "list", "."],
+                      ["xml", "check", "x.xml"], ["xml", "seal", "x.xml"], ["xml", "format", "x.xml"],
+                      ["xml", "get", "x.xml", "@Hash"], ["ini", "get", "x.ini", "g", "k"],
+                      ["ini", "groups", "x.ini"], ["ini", "dump", "x.ini"], ["base64", "f"],
+                      ["base64", "-d", "x.b64"], ["pem", "wrap", "f"], ["pem", "unwrap", "x.pem"],
+                      ["interfaces"], ["bench", "-a", "md5"], ["lock", "/", "--", "true"]):
+            usual = self.run_tool(*words)
+            done = self.run_tool(*words, preexec_fn=lambda: resource.setrlimit(
+                resource.RLIMIT_STACK, (limit, limit)))
+            with self.subTest(words=words):
+                self.assertEqual(done.status, usual.status, done.complaint)
 
 
 class StandardOutput(ToolTest):
