@@ -32,7 +32,7 @@ class HeldLockTest : public testing::Test {
 protected:
     void SetUp() override {
         if (!support::haveOwnRunDirectory())
-            GTEST_SKIP() << support::kNoNamespaces;
+            GTEST_SKIP() << support::kNoRunDirectory;
         fs::create_directory(kDirectory);
     }
 

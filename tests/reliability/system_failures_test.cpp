@@ -45,7 +45,7 @@ class LockFailures : public testing::Test {
 protected:
     void SetUp() override {
         if (!support::haveOwnRunDirectory())
-            GTEST_SKIP() << support::kNoNamespaces;
+            GTEST_SKIP() << support::kNoRunDirectory;
         mkdir("/var/run/vpnagent", 0755);
     }
 

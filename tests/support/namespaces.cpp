@@ -1,5 +1,8 @@
 #include "tests/support/namespaces.h"
 
+#include "tests/support/child.h"
+
+#include <cerrno>
 #include <fstream>
 #include <sched.h>
 #include <string>
@@ -22,10 +25,18 @@ bool becomeRootOfUserNamespace() {
            write("/proc/self/gid_map", "0 " + group + " 1");
 }
 
+// Tries in a child first, because a half-made user namespace has no way back.
+bool canBecomeRootOfUserNamespace() {
+    return support::inChild([] { return becomeRootOfUserNamespace() ? 0 : 1; }) == 0;
+}
+
 } // namespace
 
 bool support::enterNewNamespaces(int flags) {
-    return (geteuid() == 0 || becomeRootOfUserNamespace()) && unshare(flags) == 0;
+    if (unshare(flags) == 0)
+        return true;
+    return errno == EPERM && canBecomeRootOfUserNamespace() && becomeRootOfUserNamespace() &&
+           unshare(flags) == 0;
 }
 
 bool support::haveOwnRunDirectory() {

@@ -29,7 +29,7 @@ class ScChecker : public testing::Test {
 protected:
     void SetUp() override {
         if (!support::haveOwnRunDirectory())
-            GTEST_SKIP() << support::kNoNamespaces;
+            GTEST_SKIP() << support::kNoRunDirectory;
         fs::create_directory(kDirectory);
     }
 
