@@ -11,6 +11,7 @@
 #include <net/if.h>
 #include <new>
 #include <optional>
+#include <pthread.h>
 #include <span>
 #include <string_view>
 #include <sys/socket.h>
@@ -35,6 +36,18 @@ public:
 
 private:
     const int errno_ = errno;
+};
+
+// Defers a cancellation of the thread. One that arrived in a destructor would end the process.
+class NoCancellation {
+public:
+    NoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+    NoCancellation(const NoCancellation&) = delete;
+    NoCancellation& operator=(const NoCancellation&) = delete;
+    ~NoCancellation() { pthread_setcancelstate(before_, nullptr); }
+
+private:
+    int before_ = 0;
 };
 
 // The value at the beginning of `bytes`, which must hold it. What the kernel sends need not be
@@ -286,6 +299,7 @@ public:
 
     ~Channel() {
         const ErrnoKeeper keeper;
+        const NoCancellation uncancelled;
         std::free(larger_);
         if (socket_ != kNoSocket)
             close(socket_);

@@ -64,7 +64,8 @@ struct system_network_interfaces {
 /// included, but its pointers still hold their old values: neither use nor destroy it, fill it with
 /// zeros again.
 ///
-/// The list may be partial without a failure when the kernel ends its answer early.
+/// The list may be partial without a failure when the kernel ends its answer early. A thread that
+/// is cancelled in the call closes its socket and leaves the records so far in `c`.
 ///
 /// Deliberate: when the answer outgrows the buffer and there is no memory for a larger one, the
 /// call fails and leaves its socket open.

@@ -6,16 +6,30 @@ namespace vpnfc {
 
 namespace {
 
-// The records of the layer below, freed at the end.
+// The records of the layer below. The destructor frees them, also those of a thread that is
+// cancelled while it collects them.
 class Records {
 public:
-    explicit Records(system_network_interfaces& records) : records_(records) {}
+    Records() = default;
     Records(const Records&) = delete;
     Records& operator=(const Records&) = delete;
-    ~Records() { sys_network_interfaces_destroy(&records_); }
+
+    ~Records() {
+        if (isOwner_)
+            sys_network_interfaces_destroy(&found_);
+    }
+
+    // Returns false after a failure, which has freed everything.
+    bool collect() {
+        isOwner_ = get_system_network_interfaces(&found_) == 0;
+        return isOwner_;
+    }
+
+    const system_network_interfaces& found() const { return found_; }
 
 private:
-    system_network_interfaces& records_;
+    system_network_interfaces found_{};
+    bool isOwner_ = true;
 };
 
 void append(std::vector<std::uint32_t>& out, const net_addresses* addresses) {
@@ -44,10 +58,10 @@ void addRecord(std::vector<NetInterfaceInfo>& out, const Record& record) {
 } // namespace
 
 bool CollectNetInterfaceInfo(std::vector<NetInterfaceInfo>& out) {
-    system_network_interfaces found{};
-    if (get_system_network_interfaces(&found) != 0)
+    Records records;
+    if (!records.collect())
         return false;
-    const Records records(found);
+    const system_network_interfaces& found = records.found();
     for (const lan_interface* record = found.list; record != nullptr; record = record->next) {
         addRecord(out, *record);
         out.back().index = record->ifindex;

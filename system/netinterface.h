@@ -32,6 +32,7 @@ struct NetInterfaceInfo {
 /// answer makes no sense. One call at a time: see net_interf.h for what makes a call fail.
 ///
 /// Throws `std::bad_alloc` when there is no memory for `out`; what was appended before stays there.
+/// A thread that is cancelled in the call appends nothing and frees everything else.
 PELORIK_API bool CollectNetInterfaceInfo(std::vector<NetInterfaceInfo>& out);
 
 } // namespace vpnfc

@@ -12,8 +12,10 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <string>
 #include <vector>
 
@@ -193,6 +195,35 @@ TEST_F(NetInterf, FailsWhereARequestIsNotSentExactly) {
         kernel.failingRequest = 2;
         kernel.requestResult = sent;
         expectFailure(1);
+    }
+}
+
+// sendmsg, recvmsg and close are cancellation points.
+TEST_F(NetInterf, ClosesTheSocketWhereverTheThreadIsCancelled) {
+    support::allowLastingMemory(); // what the system keeps of a finished thread
+    for (std::size_t number = 3; number <= 7; ++number) {
+        answer(kLinks, kAddresses);
+        kernel.cancelledCall = number;
+        std::function<void()> body = [this] {
+            call();
+            pthread_testcancel();
+        };
+        const auto start = [](void* function) -> void* {
+            (*static_cast<std::function<void()>*>(function))();
+            return nullptr;
+        };
+        pthread_t thread;
+        ASSERT_EQ(pthread_create(&thread, nullptr, start, &body), 0);
+        void* result = nullptr;
+        ASSERT_EQ(pthread_join(thread, &result), 0);
+        EXPECT_EQ(result, PTHREAD_CANCELED) << number;
+        EXPECT_EQ(kernel.openSockets, 0U) << number;
+        EXPECT_EQ(kernel.calls.back(), "close 77") << number;
+
+        kernel.run([this] { sys_network_interfaces_destroy(&found); });
+        EXPECT_THAT(kernel.blocks, IsEmpty()) << number;
+        kernel = Kernel();
+        found = {};
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include "system/net_interf.h"
 #include "system/netinterface.h"
+#include "tests/support/leaks.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -11,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <new>
+#include <pthread.h>
 #include <string>
 #include <vector>
 
@@ -26,6 +28,7 @@ struct LayerBelow {
     lan_interface* list = nullptr;
     net_interface_record* extra = nullptr;
     int destroyed = 0;
+    bool endsThread = false;            // in the middle, as a cancellation does
     system_network_interfaces before{}; // what the container held before the call
 };
 
@@ -108,6 +111,8 @@ int wrap_get(system_network_interfaces* c) {
     standIn->before = *c;
     c->list = standIn->list;
     c->extra_interface = standIn->extra;
+    if (standIn->endsThread)
+        pthread_exit(nullptr);
     return standIn->result;
 }
 
@@ -183,6 +188,23 @@ TEST_F(NetInterfaceRecords, AreFreedWhicheverAllocationFailsAndWhatWasAppendedSt
         EXPECT_EQ(below.destroyed, 1);
         EXPECT_EQ(some.size(), appended[failing - 1]) << failing;
     }
+}
+
+TEST_F(NetInterfaceRecords, AreFreedWhenTheThreadEndsBeforeTheyAreComplete) {
+    support::allowLastingMemory(); // what the system keeps of a finished thread
+    makeTwoAndAnExtra();
+    below.endsThread = true;
+    pthread_t thread;
+    const auto collect = [](void* vector) -> void* {
+        CollectNetInterfaceInfo(*static_cast<std::vector<NetInterfaceInfo>*>(vector));
+        return vector;
+    };
+    ASSERT_EQ(pthread_create(&thread, nullptr, collect, &out), 0);
+    void* result = &out;
+    ASSERT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, nullptr);
+    EXPECT_EQ(below.destroyed, 1);
+    EXPECT_THAT(out, IsEmpty());
 }
 
 TEST(NetInterfaceLayout, FieldsStandInTheirOrder) {

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <linux/netlink.h>
+#include <pthread.h>
 #include <sanitizer/asan_interface.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -78,6 +79,14 @@ void hand(const scripted::Reply& reply, const iovec& vector) {
     std::copy_n(reply.datagram.begin(), given, buffer);
     if (std::cmp_less_equal(reply.result, vector.iov_len))
         unfilled.set(buffer + given, vector.iov_len - given);
+}
+
+// What a cancellation point does in a thread that was cancelled.
+void endIfCancelled(const Answering& kernel) {
+    if (kernel->calls.size() != kernel->cancelledCall)
+        return;
+    pthread_cancel(pthread_self());
+    pthread_testcancel();
 }
 
 // Whether the allocation of `size` bytes that is asked for is the one that fails.
@@ -172,6 +181,7 @@ ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags) {
     kernel->calls.push_back(join("sendmsg", {fd, flags}) +
                             textOf(message->msg_name, message->msg_namelen) +
                             join(" vectors", {static_cast<long>(message->msg_iovlen)}));
+    endIfCancelled(kernel);
     const auto* const bytes = static_cast<const unsigned char*>(message->msg_iov->iov_base);
     const std::size_t size = message->msg_iov->iov_len;
     kernel->requests.emplace_back(bytes, bytes + size);
@@ -188,6 +198,7 @@ ssize_t __wrap_recvmsg(int fd, msghdr* message, int flags) {
     const Answering kernel;
     const iovec& vector = *message->msg_iov;
     kernel->calls.push_back(join("recvmsg", {fd, flags, static_cast<long>(vector.iov_len)}));
+    endIfCancelled(kernel);
     if (kernel->replies.empty())
         return finish(ENODATA, 0);
     const scripted::Reply reply = std::move(kernel->replies.front());
@@ -204,6 +215,7 @@ int __wrap_close(int fd) {
     const Answering kernel;
     unfilled.clear();
     kernel->calls.push_back(join("close", {fd}));
+    endIfCancelled(kernel);
     --kernel->openSockets;
     return finish(kernel->closeError, 0);
 }

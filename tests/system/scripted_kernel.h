@@ -63,6 +63,7 @@ struct Kernel {
     std::size_t failingRequest = 0;    // the number, from 1, of the sendmsg that answers
     ssize_t requestResult = -1;        // this, and ENOBUFS when it is -1
     std::size_t failingAllocation = 0; // the number, from 1, of the malloc or realloc that fails
+    std::size_t cancelledCall = 0;     // the number, from 1, of the call that cancels its thread
 
     // What happened.
     std::vector<std::string> calls; // of the system, with their arguments
