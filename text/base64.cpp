@@ -13,7 +13,7 @@ const char* Base64chars = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0
 
 namespace {
 
-// The certificate encoder's own alphabet, which nobody can change.
+// The alphabet of the certificate encoder, which callers cannot change.
 constexpr char basis_64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 constexpr char begin_cert[] = "-----BEGIN CERTIFICATE-----\r\n";
@@ -22,7 +22,7 @@ constexpr char end_cert[] = "-----END CERTIFICATE-----\r\n";
 constexpr std::size_t kLineBytes = 48; // fill a line of 64 characters
 constexpr std::string_view kLineEnd = "\r\n";
 
-// A length as the interface reports it.
+// Returns a length as the interface reports it.
 int toResult(std::int64_t value) {
     using Int = std::numeric_limits<int>;
     return value < Int::min() || value > Int::max() ? -1 : static_cast<int>(value);
@@ -38,7 +38,7 @@ char* encodeGroup(unsigned bytes, const char* alphabet, char* out) {
     return out;
 }
 
-// The two characters for each value of twelve bits, as they lie in memory.
+// The two characters for each value of twelve bits, in memory order.
 using Pairs = std::array<std::uint16_t, 4096>;
 
 consteval Pairs makeStandardPairs() {
@@ -53,14 +53,14 @@ consteval Pairs makeStandardPairs() {
 
 constexpr Pairs kStandardPairs = makeStandardPairs();
 
-// What is left to encode, and where it goes.
+// The rest of the bytes to encode, and their destination.
 struct Encoding {
     const unsigned char* source;
     std::size_t length;
     char* out;
 };
 
-// Takes two groups at a time in the standard alphabet, for as long as eight bytes can be read.
+// Encodes two groups at a time in the standard alphabet, while eight bytes can be read.
 void encodeStandardGroups(Encoding& work) {
     for (; work.length >= 8; work.source += 6, work.length -= 6, work.out += 8) {
         std::uint64_t bytes;
@@ -74,7 +74,7 @@ void encodeStandardGroups(Encoding& work) {
     }
 }
 
-// Writes the whole groups and the padded one, and returns where they end.
+// Writes the whole groups and the padded one, and returns their end.
 char* encode(Encoding work, const char* alphabet) {
     if (std::strncmp(alphabet, basis_64, 64) == 0)
         encodeStandardGroups(work);
@@ -89,8 +89,7 @@ char* encode(Encoding work, const char* alphabet) {
     return out;
 }
 
-// The characters below 128 that `isspace` holds for, in every locale: blank, and tab to carriage
-// return.
+// Returns true for the white space below 128: blank, and tab to carriage return.
 bool isBlank(unsigned char character) {
     return character == ' ' || (character >= '\t' && character <= '\r');
 }
@@ -114,7 +113,7 @@ constexpr Positions positionsIn(std::string_view alphabet) {
 
 constexpr Positions kStandardPositions = positionsIn(basis_64);
 
-// What white space and "=" mean does not depend on the alphabet.
+// White space and "=" keep their meaning in every alphabet.
 void removeReserved(Positions& positions) {
     positions['='] = -1;
     for (unsigned char c = 0; c < 128; ++c) {
@@ -123,8 +122,8 @@ void removeReserved(Positions& positions) {
     }
 }
 
-// The bits of each character in the first to the fourth place of a group of 24 bits; the bit
-// kForeign for what is not in the alphabet.
+// The bits of each character in the first to the fourth place of a group of 24 bits; kForeign for a
+// character outside the alphabet.
 using GroupBits = std::array<std::array<std::uint32_t, 256>, 4>;
 constexpr std::uint32_t kForeign = 0x80000000;
 
@@ -159,8 +158,8 @@ void storeGroup(std::uint32_t bits, unsigned char* out) {
     out[2] = static_cast<unsigned char>(bits);
 }
 
-// Decodes up to `count` groups of four characters, two at a time, and returns how many came before
-// the first foreign character.
+// Decodes up to `count` groups of four characters, two at a time. Returns the number of groups
+// before the first foreign character.
 std::size_t decodeGroups(const GroupBits& bits, const unsigned char* text, std::size_t count,
                          unsigned char* out) {
     std::size_t taken = 0;
@@ -184,7 +183,7 @@ std::size_t decodeGroups(const GroupBits& bits, const unsigned char* text, std::
 
 class Decoder {
 public:
-    // `groups` is null for an alphabet that is not of 64 characters.
+    // `groups` is null for an alphabet that does not have 64 characters.
     Decoder(const Positions& positions, const GroupBits* groups, unsigned char* destination,
             std::size_t size)
         : positions_(positions), groups_(groups), destination_(destination), size_(size) {}
@@ -209,7 +208,7 @@ private:
         return destination_ == nullptr || size_ - static_cast<std::size_t>(count_) >= byteCount;
     }
 
-    // Takes groups of four characters without anything in between for as long as they come and fit.
+    // Decodes groups of four adjacent characters while the destination has room.
     const unsigned char* takeGroups(const unsigned char* text) {
         auto groups = static_cast<std::size_t>(end_ - text) / 4;
         if (destination_ != nullptr)
@@ -225,8 +224,8 @@ private:
         return text + 4 * taken;
     }
 
-    // Takes one character's six bits: the upper ones end the byte that the character before began,
-    // the lower ones begin the next.
+    // Decodes the six bits of one character. The upper ones complete the byte of the character
+    // before, the lower ones start the next byte.
     bool take(int position) {
         const bool ends = state_ > 0;
         const bool begins = state_ < 3;
@@ -242,7 +241,7 @@ private:
         return true;
     }
 
-    // `text` stands behind the first "=".
+    // `text` follows the first "=".
     int finishPadded(const unsigned char* text) const {
         if (state_ < 2)
             return -1;
@@ -259,13 +258,13 @@ private:
     const Positions& positions_;
     const GroupBits* groups_;
     const unsigned char* end_ = nullptr; // of the text
-    unsigned char* destination_;         // null: only count
+    unsigned char* destination_;         // null: counts only
     std::size_t size_;
     std::int64_t count_ = 0;
-    unsigned state_ = 0; // characters of the group of four that were taken
+    unsigned state_ = 0; // number of decoded characters of the group of four
 };
 
-// The part of a certificate's text that is base64, or white space. `text` starts with a line feed.
+// Returns the base64 part of a certificate. `text` starts with the line feed after its first line.
 std::string_view certificateBody(std::string_view text) {
     text.remove_suffix(1);
     if (!text.empty() && static_cast<unsigned char>(text.back()) <= ' ')

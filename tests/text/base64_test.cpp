@@ -305,7 +305,7 @@ TEST(Base64Decode, RefusesUnfinishedGroupsAndPadding) {
     }
 }
 
-TEST(Base64Decode, Deliberate_NeedsOneByteMoreForPaddedText) {
+TEST(Base64Decode, Compatibility_NeedsOneByteMoreForPaddedText) {
     for (const auto& [text, needed] :
          {std::pair("", 0U), std::pair("Zm9v", 3U), std::pair("Zg==", 2U), std::pair("Zm8=", 3U),
           std::pair("Zm9vZm9v", 6U), std::pair("Zm9vZg==", 5U), std::pair("Zm9vZm8=", 6U),
@@ -319,7 +319,7 @@ TEST(Base64Decode, Deliberate_NeedsOneByteMoreForPaddedText) {
     }
 }
 
-TEST(Base64Decode, Deliberate_ChecksTheSpareBitsOnlyWithADestination) {
+TEST(Base64Decode, Compatibility_ChecksTheSpareBitsOnlyWithADestination) {
     EXPECT_EQ(decodedLength("Zh=="), -1);
     EXPECT_EQ(measured("Zh=="), 1);
     EXPECT_EQ(decodedLength("Zm9="), -1);
@@ -495,7 +495,7 @@ std::string certificate(const Bytes& bytes) {
     return text.get();
 }
 
-TEST(CertificateLength, Deliberate_IsTheGenerousBoundThatCallersRelyOn) {
+TEST(CertificateLength, Compatibility_IsTheGenerousBoundThatCallersRelyOn) {
     EXPECT_EQ(base64_encode_cert_len(0), 29 + 27 + 3);
     EXPECT_EQ(base64_encode_cert_len(1), 56 + (4 + 1) * 3);
     EXPECT_EQ(base64_encode_cert_len(48), 56 + (64 + 1) * 3);
@@ -648,14 +648,14 @@ TEST(CertificateDecode, GivesNothingForAnEmptyBody) {
         EXPECT_EQ(decodedCertificateLength(text), 0) << testing::PrintToString(text);
 }
 
-TEST(CertificateDecode, Deliberate_NeverLooksAtTheVeryLastCharacter) {
+TEST(CertificateDecode, Compatibility_NeverLooksAtTheVeryLastCharacter) {
     for (const char last : {'-', '\n', 'x', '\0', '\xFF'})
         EXPECT_EQ(decodedCertificateLength(std::string("\nZm9v") + last), 3);
     EXPECT_EQ(decodedCertificateLength("\nZm9vZ"), 3);
     EXPECT_EQ(decodedCertificateLength("\nZm9v\n-----END----x"), 3);
 }
 
-TEST(CertificateDecode, Deliberate_DropsOneWhiteSpaceOrControlCharacterOnly) {
+TEST(CertificateDecode, Compatibility_DropsOneWhiteSpaceOrControlCharacterOnly) {
     const std::string text = "\nZm9v\n-----END-----";
     for (int value = 0; value < 256; ++value) {
         const int expected = value <= ' ' || value == '-' ? 3 : -1;
