@@ -59,7 +59,10 @@ UNITS = {
         ["checker/hashfile_checker.cpp"],
         ["checker_hashfile_checker_calls", "checker_hashfile_checker"],
     ),
-    "agstr": (["text/agstr.cpp", "text/wildcard.cpp", "text/wildcard.h"], ["text_agstr", "text_agstr_match"]),
+    "agstr": (
+        ["text/agstr.cpp", "text/print.cpp", "text/wildcard.cpp", "text/wildcard.h"],
+        ["text_agstr", "text_agstr_match", "text_agstr_match_calls"],
+    ),
     "base64": (["text/base64.cpp"], ["text_base64"]),
     "inifile": (["config/inifile.cpp"], ["config_inifile"]),
     "vpnxml": (

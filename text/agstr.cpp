@@ -1,8 +1,10 @@
 #include "text/agstr.h"
 
+#include "text/print.h"
 #include "text/wildcard.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <climits>
 #include <cstdint>
@@ -13,7 +15,8 @@
 #include <new>
 #include <string_view>
 #include <strings.h>
-#include <typeinfo>
+
+namespace wildcard = pelorikutil::wildcard;
 
 namespace {
 
@@ -25,7 +28,7 @@ std::size_t sum(std::size_t left, std::size_t right) {
     return left + right;
 }
 
-// Room for `length` bytes, and a NUL behind them.
+// Allocates `length` bytes and a NUL after them.
 char* newText(std::size_t length) {
     char* const text = new char[sum(length, 1)];
     text[length] = '\0';
@@ -36,50 +39,87 @@ char* put(std::string_view part, char* out) {
     return std::copy(part.begin(), part.end(), out);
 }
 
+std::string_view bytesOf(const AGStr& text) {
+    return {static_cast<const char*>(text), text.GetLength()};
+}
+
 } // namespace
 
-// A new text, in a block of exactly its size, on its way to a string.
-struct AGStr::Block {
+// A new text in a block of exactly its size, which no string owns yet.
+struct AGStr::AGStrBlock {
     char* text; // null: no block
     std::size_t length;
 
-    // The string's old text goes last: what made the new one may point into it.
+    // Deletes the string's old text last, because the arguments of a change may point into it.
     void giveTo(AGStr& string) const {
         delete[] string.buffer;
         string.buffer = text;
         string.length = length;
     }
 
-    // The parts one after the other, with blanks behind the first.
-    static Block joined(std::string_view head, std::size_t blanks = 0, std::string_view middle = {},
-                        std::string_view tail = {}) {
+    // Concatenates the parts, with blanks after the first.
+    static AGStrBlock joined(std::string_view head, std::size_t blanks = 0,
+                             std::string_view middle = {}, std::string_view tail = {}) {
         const std::size_t length = sum(sum(head.size(), blanks), sum(middle.size(), tail.size()));
         char* const text = newText(length);
         put(tail, put(middle, std::fill_n(put(head, text), blanks, ' ')));
         return {text, length};
     }
 
-    static Block inserted(std::string_view text, std::size_t position, std::string_view insertion) {
+    static AGStrBlock inserted(std::string_view text, std::size_t position,
+                               std::string_view insertion) {
         const std::size_t at = std::min(position, text.size());
         return joined(text.substr(0, at), position - at, insertion, text.substr(at));
+    }
+
+    // Changes nothing for an empty `tail`.
+    static AGStr& append(AGStr& string, std::string_view tail) {
+        if (!tail.empty())
+            joined(bytesOf(string), 0, tail).giveTo(string);
+        return string;
+    }
+
+    // An empty result has no block. The second printing may be shorter, because "%n" can change an
+    // argument of the first. Sets `length` to the result of printf.
+    static AGStrBlock printed(const char* format, va_list arguments, int& length) {
+        length = pelorikutil::print(nullptr, 0, format, arguments);
+        if (length <= 0)
+            return {nullptr, 0};
+        const std::size_t measured = static_cast<std::size_t>(length);
+        std::unique_ptr<char[]> text(newText(measured));
+        length = std::min(length, pelorikutil::print(text.get(), measured + 1, format, arguments));
+        if (length <= 0)
+            return {nullptr, 0};
+        const std::size_t printed = static_cast<std::size_t>(length);
+        return printed == measured ? AGStrBlock{text.release(), measured}
+                                   : joined({text.get(), printed});
     }
 };
 
 namespace {
 
-// The number that `AGStr::NumericParse` found at the start of a text.
+// A number at the start of a text, and the end of its suffix.
 struct Number {
     double value;
     const char* end;
 };
 
-std::string_view bytesOf(const AGStr& text) {
-    return {static_cast<const char*>(text), text.GetLength()};
+const void* virtualTableOf(const AGStr& string) {
+    const void* table = nullptr;
+    std::memcpy(&table, static_cast<const void*>(&string), sizeof table);
+    return table;
 }
 
-// Nobody sees the calls that the virtual operations of such an object make among each other.
+// Returns false for subclasses, which may override the virtual operations that call each other.
+//
+// Compares virtual tables, because classes that are compiled with -fno-rtti have no type
+// information. Only the constructors in this file make plain strings, so all of them have the same
+// table. It may be a copy in the program (a copy relocation), since the dynamic linker then makes
+// these constructors use the copy, too. A string of another copy of the library counts as a
+// subclass, and virtual calls give the same answers for it.
 bool isExactly(const AGStr& string) {
-    return typeid(string) == typeid(AGStr);
+    const AGStr plain;
+    return virtualTableOf(string) == virtualTableOf(plain);
 }
 
 std::string_view orEmpty(const char* text) {
@@ -91,7 +131,7 @@ const char* findIn(std::string_view text, std::string_view part) {
     return static_cast<const char*>(memmem(text.data(), text.size(), part.data(), part.size()));
 }
 
-// Calls `visit` with the text in front of each occurrence of `part`, and returns what is behind the
+// Calls `visit` with the text before each occurrence of `part`, and returns the text after the
 // last.
 template<class Visit>
 std::string_view forEachBefore(std::string_view text, std::string_view part, Visit visit) {
@@ -103,7 +143,7 @@ std::string_view forEachBefore(std::string_view text, std::string_view part, Vis
     return text;
 }
 
-// The length of a text after `count` replacements, at least one.
+// Returns the length of a text after `count` replacements, at least one.
 std::size_t lengthAfterReplacing(std::size_t length, std::size_t count, std::size_t from,
                                  std::size_t to) {
     if (to <= from)
@@ -115,18 +155,18 @@ std::size_t lengthAfterReplacing(std::size_t length, std::size_t count, std::siz
     return sum(length, count * (to - from));
 }
 
-// An index in `text` as searches report it.
+// Returns an index in `text` as searches report it.
 int indexOf(const char* found, const char* text) {
     return found == nullptr || found - text > INT_MAX ? -1 : static_cast<int>(found - text);
 }
 
-__attribute__((format(printf, 3, 0))) int print(char* out, std::size_t size, const char* format,
-                                                va_list arguments) {
-    va_list own;
-    va_copy(own, arguments);
-    const int length = vsnprintf(out, size, format, own);
-    va_end(own);
-    return length;
+// Enough for the longest number, such as -1.234567890123457e-308.
+using NumberText = std::array<char, 32>;
+
+// "%.16g" never prints a point at the end.
+std::string_view printNumber(double value, NumberText& out) {
+    std::snprintf(out.data(), out.size(), "%.16g", value);
+    return out.data();
 }
 
 bool isOneOf(char c, const char* characters) {
@@ -142,7 +182,7 @@ bool storeBool(const char* text, void* out) {
     return true;
 }
 
-// NaN is in no range.
+// No range contains NaN.
 template<class T>
 bool store(double value, double lowest, double highest, void* out) {
     if (!(value >= lowest && value <= highest))
@@ -180,7 +220,7 @@ bool storeAs(char type, double value, void* out) {
     }
 }
 
-// Whether `pattern` matches what is left of `text` from some position on.
+// Returns true when `pattern` matches the rest of `text` from some position on.
 bool matchesSomewhere(const AGStr& string, const char* pattern, const char* text) {
     if (isExactly(string))
         return wildcard::matches(pattern, text, true);
@@ -189,7 +229,7 @@ bool matchesSomewhere(const AGStr& string, const char* pattern, const char* text
     });
 }
 
-// The number at the start of `text` and its suffix.
+// Reads the number at the start of `text` and its suffix.
 Number readNumber(const char* text, char type) {
     char* end = nullptr;
     const double value = std::strtod(text, &end);
@@ -259,10 +299,8 @@ bool AGStr::Scan(const char*& pattern, const char*& text) const {
 }
 
 void AGStr::VarToString(double value) {
-    // Enough for the longest, such as -1.234567890123457e-308. There is never a point at the end.
-    char text[32];
-    std::snprintf(text, sizeof text, "%.16g", value);
-    Block::joined(text).giveTo(*this);
+    NumberText text;
+    AGStrBlock::joined(printNumber(value, text)).giveTo(*this);
 }
 
 AGStr::AGStr() : length(0), buffer(nullptr) {}
@@ -274,7 +312,7 @@ AGStr::AGStr(const char* text) : AGStr() {
 AGStr::AGStr(const char* text, std::size_t count) : AGStr() {
     if (text == nullptr || count == 0)
         return;
-    const Block block = {newText(count), count};
+    const AGStrBlock block = {newText(count), count};
     std::strncpy(block.text, text, count);
     block.giveTo(*this);
 }
@@ -304,13 +342,13 @@ AGStr& AGStr::operator=(const AGStr& other) {
 }
 
 AGStr& AGStr::operator=(const char* text) {
-    const Block block = text == nullptr ? Block{nullptr, 0} : Block::joined(text);
+    const AGStrBlock block = text == nullptr ? AGStrBlock{nullptr, 0} : AGStrBlock::joined(text);
     block.giveTo(*this);
     return *this;
 }
 
 AGStr& AGStr::operator=(char byte) {
-    Block::joined({&byte, 1}).giveTo(*this);
+    AGStrBlock::joined({&byte, 1}).giveTo(*this);
     return *this;
 }
 
@@ -328,29 +366,28 @@ AGStr& AGStr::operator=(double number) {
 }
 
 AGStr& AGStr::operator+=(const AGStr& other) {
-    if (other.GetLength() > 0)
-        Block::joined(bytesOf(*this), 0, bytesOf(other)).giveTo(*this);
-    return *this;
+    return AGStrBlock::append(*this, bytesOf(other));
 }
 
 AGStr& AGStr::operator+=(const char* text) {
-    return operator+=(AGStr(text));
+    return AGStrBlock::append(*this, orEmpty(text));
 }
 
 AGStr& AGStr::operator+=(char byte) {
-    return operator+=(AGStr(byte));
+    return AGStrBlock::append(*this, {&byte, 1});
 }
 
 AGStr& AGStr::operator+=(int number) {
-    return operator+=(AGStr(number));
+    return operator+=(static_cast<double>(number));
 }
 
 AGStr& AGStr::operator+=(unsigned int number) {
-    return operator+=(AGStr(number));
+    return operator+=(static_cast<double>(number));
 }
 
 AGStr& AGStr::operator+=(double number) {
-    return operator+=(AGStr(number));
+    NumberText text;
+    return AGStrBlock::append(*this, printNumber(number, text));
 }
 
 namespace {
@@ -410,7 +447,7 @@ char AGStr::operator[](std::size_t index) const {
 
 char& AGStr::operator[](std::size_t index) {
     if (index >= GetLength())
-        Block::joined(bytesOf(*this), sum(index, 1) - GetLength()).giveTo(*this);
+        AGStrBlock::joined(bytesOf(*this), sum(index, 1) - GetLength()).giveTo(*this);
     return buffer[index];
 }
 
@@ -432,7 +469,7 @@ char* AGStr::GetBufferSetLength(std::size_t newLength) {
         return nullptr;
     const std::string_view kept = bytesOf(*this).substr(0, newLength);
     if (newLength != GetLength())
-        Block::joined(kept, newLength - kept.size()).giveTo(*this);
+        AGStrBlock::joined(kept, newLength - kept.size()).giveTo(*this);
     return buffer;
 }
 
@@ -482,7 +519,7 @@ void AGStr::MakeReverse() {
 }
 
 std::size_t AGStr::Insert(std::size_t position, char byte) {
-    Block::inserted(bytesOf(*this), position, {&byte, 1}).giveTo(*this);
+    AGStrBlock::inserted(bytesOf(*this), position, {&byte, 1}).giveTo(*this);
     return length;
 }
 
@@ -492,7 +529,8 @@ std::size_t AGStr::Insert(std::size_t position, const char* text) {
     const std::string_view whole = bytesOf(*this);
     const std::string_view kept = whole.substr(0, whole.find('\0'));
     const bool isBehindANul = kept.size() < std::min(position, whole.size());
-    (isBehindANul ? Block::joined(kept) : Block::inserted(kept, position, text)).giveTo(*this);
+    (isBehindANul ? AGStrBlock::joined(kept) : AGStrBlock::inserted(kept, position, text))
+        .giveTo(*this);
     return length;
 }
 
@@ -500,7 +538,7 @@ std::size_t AGStr::Delete(std::size_t position, std::size_t count) {
     const std::string_view text = bytesOf(*this);
     if (count > 0 && position < text.size()) {
         const std::size_t end = position + std::min(count, text.size() - position);
-        Block::joined(text.substr(0, position), 0, text.substr(end)).giveTo(*this);
+        AGStrBlock::joined(text.substr(0, position), 0, text.substr(end)).giveTo(*this);
     }
     return GetLength();
 }
@@ -509,7 +547,7 @@ std::size_t AGStr::Remove(char byte) {
     const std::string_view text = bytesOf(*this);
     const std::size_t count = static_cast<std::size_t>(std::count(text.begin(), text.end(), byte));
     if (count > 0) {
-        const Block block = {newText(text.size() - count), text.size() - count};
+        const AGStrBlock block = {newText(text.size() - count), text.size() - count};
         std::remove_copy(text.begin(), text.end(), block.text, byte);
         block.giveTo(*this);
     }
@@ -540,7 +578,7 @@ std::size_t AGStr::Replace(const char* from, const char* to) {
 
     const std::size_t newLength =
         lengthAfterReplacing(text.size(), count, part.size(), replacement.size());
-    const Block block = {newText(newLength), newLength};
+    const AGStrBlock block = {newText(newLength), newLength};
     char* out = block.text;
     const std::string_view rest = forEachBefore(
         text, part, [&](std::string_view before) { out = put(replacement, put(before, out)); });
@@ -576,24 +614,17 @@ int AGStr::ReverseFind(char byte) const {
 int AGStr::Format(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const int result = Format(format, arguments);
+    const int result = formatAGStr(format, arguments);
     va_end(arguments);
     return result;
 }
 
-int AGStr::Format(const char* format, va_list arguments) {
+int AGStr::formatAGStr(const char* format, va_list list) {
     if (format == nullptr)
         return 0;
-    int printed = print(nullptr, 0, format, arguments);
-    std::unique_ptr<char[]> text;
-    if (printed > 0) {
-        const std::size_t size = static_cast<std::size_t>(printed) + 1;
-        text.reset(new char[size]);
-        printed = std::min(printed, print(text.get(), size, format, arguments));
-    }
-    Block{printed > 0 ? text.release() : nullptr, static_cast<std::size_t>(std::max(printed, 0))}
-        .giveTo(*this);
-    return printed;
+    int result = 0;
+    AGStrBlock::printed(format, list, result).giveTo(*this);
+    return result;
 }
 
 bool AGStr::NumericParse(void* out, char type) const {
@@ -602,7 +633,7 @@ bool AGStr::NumericParse(void* out, char type) const {
     if (type == 'b')
         return storeBool(start, out);
     const Number number = readNumber(start, type);
-    // This refuses texts without a number and, with the ranges, a minus before what has no sign.
+    // Rejects texts without a number. With the ranges, that also rejects "-" for unsigned types.
     if ((number.value == 0.0 && *start != '0') || !storeAs(type, number.value, out))
         return false;
     return number.end[std::strspn(number.end, kBlanksAndTabs)] == '\0';
@@ -615,20 +646,4 @@ AGStr TWFormat(const char* format, ...) {
     result.Format(format, arguments);
     va_end(arguments);
     return result;
-}
-
-bool operator==(const AGStr& left, const AGStr& right) {
-    return bytesOf(left) == bytesOf(right);
-}
-
-bool operator!=(const AGStr& left, const AGStr& right) {
-    return bytesOf(left) != bytesOf(right);
-}
-
-bool operator==(const char* left, const AGStr& right) {
-    return right.operator==(left);
-}
-
-bool operator!=(const char* left, const AGStr& right) {
-    return right.operator!=(left);
 }

@@ -1,24 +1,25 @@
-/// A string of bytes that subclasses may change: editing in place, printf formatting, parsing of
-/// numbers, wildcards.
+/// A polymorphic byte string: editing in place, printf formatting, number parsing, wildcards.
 ///
 ///     AGStr name = TWFormat("%s-%04d", "tunnel", 7);
 ///     name.MakeUpper();                       // "TUNNEL-0007"
 ///     name.Match("*.LOG", "TUNNEL-0007.LOG"); // true
 ///
-/// The text stands in a block of exactly its length and a NUL; every change of the text is one
-/// allocation and a copy of the whole, unless it writes bytes in their place (`operator[]`,
-/// `MakeUpper`, `MakeLower`, `MakeReverse`, `Replace` of a byte). Bytes may be 0, but what goes
-/// through a C string ends at the first one: copies, `operator const char*`, comparisons with a
-/// pointer, searches, `Insert` of a text, `NumericParse`. Everything else works by length.
+/// A change copies the text into one new block of exactly its length and a NUL. There is no spare
+/// capacity, so repeated appending takes quadratic time. Only changes of single bytes
+/// (`operator[]` within the text, `MakeUpper`, `MakeLower`, `MakeReverse`, `Replace` of a byte) and
+/// `SetLengthByBuffer` keep the block.
 ///
-/// A string is empty when its length is 0. One that was made by the default constructor, from a
-/// null pointer, from 0 bytes or by a `Format` that yields nothing has no block at all; `AGStr("")`
-/// and copies of empty strings have one of one byte. Only a subclass or an allocation counter can
-/// tell.
+/// Bytes may be 0, but some operations read C strings, which end at the first NUL. These are
+/// copies, comparisons, searches, spans, `Insert` of a text, `SetLengthByBuffer` and
+/// `NumericParse`. All other operations use the length.
 ///
-/// Arguments may point into the string's own text. A length that no block can have is a failed
-/// allocation. `std::bad_alloc` is all that is thrown, and leaves the string as it was. Pointers
-/// must not be null unless said otherwise. Different strings may be used on different threads.
+/// A string is empty when its length is 0. The default constructor, null pointers, a count of 0 and
+/// a `Format` that prints nothing leave an empty string without a block. `AGStr("")` and copies of
+/// empty strings have a block of one byte.
+///
+/// Arguments may point into the string's own text. Pointers must not be null unless stated.
+/// Operations throw only `std::bad_alloc`, also for a length that no block can have, and then leave
+/// the string unchanged. Threads may use different strings at the same time.
 
 #ifndef PELORIK_TEXT_AGSTR_H
 #define PELORIK_TEXT_AGSTR_H
@@ -31,80 +32,91 @@
 
 /// The string class.
 class PELORIK_API AGStr {
+    // Private names contain the name of the class, because they hide others in subclasses.
+
+    // `Format` with an argument list.
+    //
+    // Compatibility: exported as Format(const char*, va_list), because linked programs call it by
+    // that name. A public function of that name would take a literal 0 for a list.
+    int formatAGStr(const char* format,
+                    va_list list) __asm__("_ZN5AGStr6FormatEPKcP13__va_list_tag")
+        __attribute__((format(printf, 2, 0)));
+
 public:
-    // The virtual operations come first, in the order of their slots. They call each other through
-    // the table, so that a subclass that overrides one changes the others.
+    // The virtual operations, in the order of their slots. They call each other virtually, so a
+    // subclass that overrides one changes the others.
 
     virtual ~AGStr();
 
-    /// Whether the text and `text` differ, as C strings.
+    /// Compares with `text` as C strings; true when they differ.
     ///
-    /// Deliberate: an empty string equals a null pointer and differs from everything else, from ""
-    /// too; a string that is not empty differs from a null pointer.
+    /// Compatibility: an empty string equals a null pointer and differs from "", because callers
+    /// ask for emptiness by comparing with null. Any other string differs from null.
     virtual bool operator!=(const char* text) const;
 
-    /// The opposite of `operator!=`.
+    /// Negates `operator!=`.
     virtual bool operator==(const char* text) const;
 
-    /// Like strcasecmp(text of this string, `text`); 0 when this string is empty and `text` null, 1
-    /// when only one of both is so.
+    /// Compares like strcasecmp(text of this string, `text`). Returns 0 when this string is empty
+    /// and `text` is null, and 1 when only one of both holds.
     virtual int CompareNoCase(const char* text) const;
 
-    /// Appends this string to `destination` and returns that.
+    /// Appends this string to `destination` and returns `destination`.
     virtual AGStr& toStr(AGStr& destination) const;
 
-    /// Whether `pattern` matches the whole of `text`, byte by byte: "?" stands for one byte, "*"
-    /// for any number of them, every other byte for itself. This string's own text plays no part.
+    /// Returns true when `pattern` matches the whole of `text`, byte by byte. "?" matches one byte,
+    /// "*" any number of bytes, every other byte itself. This string's own text is not used.
     ///
-    /// At each "*" it goes on with `Scan`, which ends the matching when it returns false or leaves
-    /// `pattern` where it is. The cost is at most in proportion to the product of both lengths; in
-    /// a subclass, that is how many times `Match` is called, each failure being remembered for the
-    /// length of the outermost call, so overriding operations must give equal answers for equal
-    /// arguments.
+    /// Calls `Scan` at each "*". The match fails when `Scan` returns false or leaves `pattern`
+    /// unmoved. The cost is at most proportional to the product of both lengths.
+    ///
+    /// In a subclass that is the number of calls of `Match`. The outermost call remembers failures,
+    /// so overrides must give equal answers for equal arguments.
     virtual bool Match(const char* pattern, const char* text) const;
 
-    /// Matches a "*" at which `pattern` stands, and all that follows: skips the stars, and for each
-    /// "?" among them one byte of `text`, then calls `Match` with the rest of the pattern at one
-    /// position of the text after another until one matches. A star at the end of the pattern
-    /// matches the rest of the text without a call.
+    /// Matches a "*" at `pattern` and the rest. Skips the stars, and one byte of `text` for each
+    /// "?" among them. Calls `Match` with the rest of the pattern at successive positions of the
+    /// text until one matches. A star at the end of the pattern matches without a call.
     ///
     /// Returns true with both pointers at the ends of their texts, or false with both unmoved.
     ///
-    /// Deliberate: once 1000 calls of it are nested in each other, in a subclass, it matches the
-    /// rest without calling `Match`, so that a long pattern cannot exhaust the stack.
+    /// Compatibility: in a subclass, calls beyond a nesting depth of 1000 match the rest without
+    /// calling `Match`, because a long pattern must not exhaust the stack.
     virtual bool Scan(const char*& pattern, const char*& text) const;
 
-    /// Makes the number the text, as printf's "%.16g" prints it.
+    /// Replaces the text with the number as printf's "%.16g" prints it.
     virtual void VarToString(double value);
 
-    // Construction. A constructor knows no overriding `VarToString`.
+    // Construction. Constructors call AGStr's own `VarToString`.
 
     AGStr();                 ///< the empty string
     AGStr(const char* text); ///< null: the empty string
 
-    /// The first `count` bytes of `text`; null gives the empty string.
+    /// Copies the first `count` bytes of `text`; null gives the empty string.
     ///
-    /// Deliberate: the length is `count` even when `text` ends before. The rest are NULs.
+    /// Compatibility: a shorter text is filled up to `count` bytes with NULs, because callers rely
+    /// on that length.
     AGStr(const char* text, std::size_t count);
 
     AGStr(char byte);           ///< one byte, which may be 0
     AGStr(int number);          ///< in decimal
     AGStr(unsigned int number); ///< in decimal
-    AGStr(double number);       ///< as `VarToString` does
+    AGStr(double number);       ///< as `VarToString` prints it
     AGStr(const AGStr& other);  ///< the text up to its first NUL
 
-    // Assignment. Numbers go through `VarToString`.
+    // Assignment. Numbers go through the virtual `VarToString`.
 
     AGStr& operator=(const AGStr& other);  ///< the text up to its first NUL
     AGStr& operator=(const char* text);    ///< null: the empty string
     AGStr& operator=(char byte);           ///< one byte, which may be 0
-    AGStr& operator=(int number);          ///< as `VarToString` does
-    AGStr& operator=(unsigned int number); ///< as `VarToString` does
-    AGStr& operator=(double number);       ///< as `VarToString` does
+    AGStr& operator=(int number);          ///< as `VarToString` prints it
+    AGStr& operator=(unsigned int number); ///< as `VarToString` prints it
+    AGStr& operator=(double number);       ///< as `VarToString` prints it
 
     ///@{
 
-    /// Appends what a new AGStr of the argument holds. An overriding `VarToString` has no part.
+    /// Appends the text that a new AGStr of the argument has; an empty one changes nothing. An
+    /// overridden `VarToString` is not called.
     AGStr& operator+=(const AGStr& other);
     AGStr& operator+=(const char* text);
     AGStr& operator+=(char byte);
@@ -115,7 +127,7 @@ public:
 
     ///@{
 
-    /// A copy of the left side with the right side appended.
+    /// Returns a copy of the left side with the right side appended.
     AGStr operator+(const AGStr& other) const;
     AGStr operator+(char byte) const;
     AGStr operator+(const char* text) const;
@@ -126,44 +138,44 @@ public:
 
     // Access.
 
-    std::size_t GetLength() const; ///< in bytes, without the NUL behind the text
+    std::size_t GetLength() const; ///< in bytes, without the terminating NUL
 
-    /// The byte at `index`; 0 at the end of the text and behind it.
+    /// Returns the byte at `index`, or 0 at and after the end of the text.
     char operator[](std::size_t index) const;
 
-    /// The byte at `index`, for writing, too.
+    /// Returns the byte at `index` for reading and writing.
     ///
-    /// Deliberate: a string that ends at or before `index` grows to `index` + 1 bytes, with blanks,
-    /// even when the byte is only read.
+    /// Compatibility: a text of at most `index` bytes grows to `index` + 1 bytes, filled with
+    /// blanks, even for reading, because callers write past the end to extend a string.
     char& operator[](std::size_t index);
 
-    /// The text, which may be written within its length; never null. An empty string may give a NUL
-    /// that it shares with others. The pointer is good until a change allocates.
+    /// Returns the text, which callers may write within its length; never null. The pointer is
+    /// valid until a change allocates.
     char* GetChar();
-    operator char*(); ///< as `GetChar`
+    operator char*(); ///< like `GetChar`
 
-    /// The text as a C string; never null.
+    /// Returns the text as a C string; never null.
     operator const char*() const;
 
-    /// Makes the length `newLength`, cutting the end off or filling up with blanks, and returns the
-    /// text, all of which may be written.
+    /// Sets the length, truncating the text or filling it up with blanks. Returns the text, of
+    /// which callers may write `newLength` bytes.
     ///
-    /// Deliberate: 0 changes nothing and returns null.
+    /// Compatibility: 0 changes nothing and returns null, because callers rely on both.
     char* GetBufferSetLength(std::size_t newLength);
 
-    /// Makes the first NUL the end of the text, after writing through a pointer.
+    /// Ends the text at its first NUL, after writing through a pointer. Keeps the block.
     void SetLengthByBuffer();
 
     ///@{
 
-    /// A part as a new string, cut off where this string ends. A NUL in it is followed by NULs
-    /// only.
+    /// Returns a part as a new string, truncated at the end of this string. After its first NUL,
+    /// the part has only NULs.
     AGStr Mid(std::size_t start, std::size_t count) const;
     AGStr Mid(std::size_t start) const;
     AGStr Left(std::size_t count) const;
     AGStr Right(std::size_t count) const;
-    AGStr SpanIncluding(const char* set) const; ///< as far as all bytes are in `set`
-    AGStr SpanExcluding(const char* set) const; ///< as far as no byte is in `set`
+    AGStr SpanIncluding(const char* set) const; ///< the longest start of bytes in `set`
+    AGStr SpanExcluding(const char* set) const; ///< the longest start of bytes not in `set`
     ///@}
 
     // Editing in place.
@@ -172,34 +184,37 @@ public:
     void MakeLower();   ///< by the locale, byte by byte
     void MakeReverse(); ///< byte by byte
 
-    /// Inserts `byte` at `position`, or behind as many blanks as it takes. Returns the new length.
+    /// Inserts `byte` at `position`, after blanks where the text is shorter. Returns the new
+    /// length.
     std::size_t Insert(std::size_t position, char byte);
 
     /// Inserts `text` likewise; null or "" changes nothing. Returns the new length.
     ///
-    /// Deliberate: the new text ends at its first NUL, even one that was there before.
+    /// Compatibility: the result ends at its first NUL, even one that was there before, because
+    /// callers take it for a C string.
     std::size_t Insert(std::size_t position, const char* text);
 
     /// Deletes up to `count` bytes from `position` on. Returns the new length.
     std::size_t Delete(std::size_t position, std::size_t count);
 
-    std::size_t Remove(char byte); ///< deletes every `byte` and returns how many there were
+    std::size_t Remove(char byte); ///< deletes every `byte`; returns their number
 
-    /// Deletes `text` wherever it stands, from left to right, and returns how often. What only
-    /// comes together by that stays. 0 for null or "".
+    /// Deletes every `text` from left to right and returns their number. Occurrences that a
+    /// deletion creates stay. Returns 0 for null or "".
     std::size_t Remove(const char* text);
 
-    std::size_t Replace(char from, char to); ///< overwrites, and returns how often
+    std::size_t Replace(char from, char to); ///< overwrites every `from`; returns their number
 
-    /// Puts `to` wherever `from` stands, from left to right, and returns how often. What was put in
-    /// is not searched. 0 when either is null, or `from` "".
+    /// Replaces every `from` from left to right and returns their number. Replacements are not
+    /// searched. Returns 0 when either is null, or `from` is "".
     std::size_t Replace(const char* from, const char* to);
 
     ///@{
 
-    /// Searches, from `start` on: the index of the first find, or the last with `ReverseFind`. -1
-    /// when there is none, the string is empty, `text` is null, `start` is not within the text, or
-    /// the index is beyond an `int`. Searches end at the first NUL and find that too.
+    /// Returns the index of the first match from `start` on, or of the last with `ReverseFind`.
+    ///
+    /// Returns -1 without a match, for an empty string, a null `text`, a `start` outside the text
+    /// and an index above `INT_MAX`. Searches end at the first NUL, and a search for NUL finds it.
     int Find(char byte) const;
     int Find(char byte, std::size_t start) const;
     int Find(const char* text) const;
@@ -207,106 +222,143 @@ public:
     int ReverseFind(char byte) const;
     ///@}
 
-    /// Makes the text what printf would print, and returns its length.
+    /// Replaces the text with what printf would print, and returns its length.
     ///
-    /// A null `format` changes nothing and returns 0. When nothing is printed the string is empty;
-    /// when printing fails, the result is negative and the string empty too.
+    /// A null `format` changes nothing and returns 0. An empty result leaves the string without a
+    /// block. An error of printf does so too, and returns a negative number.
     ///
-    /// A literal 0 or nullptr as the only argument behind `format` is taken for a `va_list`: pass a
-    /// variable instead.
+    /// Prints twice, first to measure, so `%n` stores twice. The second text counts, truncated to
+    /// the length of the first. A format must not come from input, because its directives read and
+    /// write memory.
     int Format(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-    /// The same with an argument list, which is left as it is.
-    int Format(const char* format, va_list arguments) __attribute__((format(printf, 2, 0)));
+    /// Formats with a `va_list`, which stays unchanged. A literal 0 and `nullptr` are not lists but
+    /// arguments to print.
+    template<class Tag>
+    __attribute__((format(printf, 2, 0))) auto Format(const char* format, Tag* list)
+        -> decltype(formatAGStr(format, list)) {
+        return formatAGStr(format, list);
+    }
 
-    /// Reads the text as one value and stores it at `out`. `type` says as what:
+    /// Parses the whole text as one value and stores it at `out`. `type` is one of:
     ///
     /// - "C", "S", "I": unsigned, of 8, 16 and 32 bits
-    /// - "c", "s", "i": signed, of 8, 16 and 32 bits. Deliberate: not -32768 for "s"
-    /// - "L", "l": unsigned and signed, of 64 bits. Deliberate: only the range of 32 bits
+    /// - "c", "s", "i": signed, of 8, 16 and 32 bits
+    /// - "L", "l": unsigned and signed, of 64 bits
     /// - "f": a float within +-3.402823466e38; "d": any double
     /// - "b": one byte, 1 for "true", "TRUE" or "1", 0 for "false", "FALSE" or "0"
     ///
-    /// Blanks and tabs may stand before and behind a number, but only before a "b". Numbers are
-    /// written as strtod reads them, with the locale's decimal point; a fraction is cut off, but
-    /// one beyond a bound is out of range. One "F" or "f" may follow for "d" and "f", one "L" or
-    /// "l" for "L" and "l". Only "d" takes NaN.
+    /// Blanks and tabs may precede a value and follow a number. Numbers have the form that strtod
+    /// reads, with the locale's decimal point. One "F" or "f" may follow for "d" and "f", one "L"
+    /// or "l" for "L" and "l". Integers are truncated towards zero after the range check. Only "d"
+    /// accepts NaN.
     ///
-    /// Returns false without storing for an empty text, for one that does not start with a value or
-    /// is out of range, and for "-" with an unsigned type. Deliberate: for a value of 0 that does
-    /// not start with "0", such as "-0", "+0" or ".0", too.
+    /// Returns false and stores nothing for an empty text, a text that does not start with a value,
+    /// a value out of range, and "-" with an unsigned type.
     ///
-    /// Deliberate: returns false when something else follows the number, but has stored it. Any
-    /// other `type` stores nothing, and says whether the text is a number.
+    /// Compatibility, because callers rely on each of these:
+    /// - "s" does not accept -32768, and "L" and "l" accept only the range of 32 bits.
+    /// - A value of 0 that does not start with "0", such as "-0" or ".0", returns false.
+    /// - Other text after the number returns false but stores the number.
+    /// - Any other `type` stores nothing and returns whether the text is a number.
     bool NumericParse(void* out, char type) const;
 
 protected:
     std::size_t length; ///< in bytes, without the NUL
-    char* buffer;       ///< from `new char[length + 1]`, or null
+    char* buffer;       ///< from `new char[]`, or null
 
 private:
-    struct Block;
+    struct AGStrBlock;
+
+    template<class String>
+    static constexpr bool isAGStr() {
+        return std::is_convertible<const typename std::remove_reference<String>::type*,
+                                   const AGStr*>::value;
+    }
+
+    template<class Left, class Right = Left>
+    using IfAGStr = typename std::enable_if<isAGStr<Left>() && isAGStr<Right>(), bool>::type;
+
+    template<class String, class Char>
+    using IfAGStrAndChar =
+        typename std::enable_if<isAGStr<String>() && std::is_same<const Char, const char>::value,
+                                bool>::type;
+
+    static const AGStr& asAGStr(const AGStr& string) { return string; }
+
+public:
+    // Comparisons with a pointer on the left, a writable pointer, or a string on the right. They
+    // are templates because a conversion of an operand would make them ambiguous. As friends inside
+    // the class they do not take part in comparisons without a string.
+    //
+    // `String&&` fits a string that is not const better than the `!(a == b)` that C++20 considers
+    // for `a != b`.
+
+    ///@{
+
+    /// Calls the virtual operator of `left` with the text of `right`. So two empty strings differ,
+    /// as an empty string differs from "".
+    template<class Left, class Right>
+    friend IfAGStr<Left, Right> operator==(const Left& left, const Right& right) {
+        return asAGStr(left).operator==(asAGStr(right).operator const char*());
+    }
+    template<class Left, class Right>
+    friend IfAGStr<Left, Right> operator!=(const Left& left, const Right& right) {
+        return asAGStr(left).operator!=(asAGStr(right).operator const char*());
+    }
+    ///@}
+
+    ///@{
+
+    /// Calls the virtual operator of the string with the pointer. A literal 0 and `nullptr` are
+    /// null pointers; integers and characters do not compare.
+    ///
+    /// A subclass that overrides `operator==` should override `operator!=` to match, because C++20
+    /// may compute `a != b` as `!(a == b)` for its const objects.
+    template<class String, class Char>
+    friend IfAGStrAndChar<String, Char> operator==(String&& string, Char* text) {
+        return asAGStr(string).operator==(text);
+    }
+    template<class String, class Char>
+    friend IfAGStrAndChar<String, Char> operator!=(String&& string, Char* text) {
+        return asAGStr(string).operator!=(text);
+    }
+    template<class String, class Char>
+    friend IfAGStrAndChar<String, Char> operator==(Char* text, String&& string) {
+        return asAGStr(string).operator==(text);
+    }
+    template<class String, class Char>
+    friend IfAGStrAndChar<String, Char> operator!=(Char* text, String&& string) {
+        return asAGStr(string).operator!=(text);
+    }
+    template<class String>
+    friend IfAGStr<String> operator==(String&& string, std::nullptr_t null) {
+        return asAGStr(string).operator==(null);
+    }
+    template<class String>
+    friend IfAGStr<String> operator!=(String&& string, std::nullptr_t null) {
+        return asAGStr(string).operator!=(null);
+    }
+    template<class String>
+    friend IfAGStr<String> operator==(std::nullptr_t null, String&& string) {
+        return asAGStr(string).operator==(null);
+    }
+    template<class String>
+    friend IfAGStr<String> operator!=(std::nullptr_t null, String&& string) {
+        return asAGStr(string).operator!=(null);
+    }
+    ///@}
 };
 
 ///@{
 
-/// What a new AGStr of the left side holds, with the right side appended.
+/// Returns what a new AGStr of the left side holds, with the right side appended.
 PELORIK_API AGStr operator+(double number, const AGStr& text);
 PELORIK_API AGStr operator+(const char* left, const AGStr& right);
 PELORIK_API AGStr operator+(char byte, const AGStr& text);
 ///@}
 
-/// A new string made by `AGStr::Format`.
+/// Returns a new string that `AGStr::Format` makes.
 PELORIK_API AGStr TWFormat(const char* format, ...) __attribute__((format(printf, 1, 2)));
-
-///@{
-
-/// Two strings compare by value, all their bytes; two empty ones are equal.
-///
-/// Deliberate: this is not how a string compares with the other's text. It knows nothing of null
-/// pointers and does not end at a NUL, and no overriding operator is asked.
-PELORIK_API bool operator==(const AGStr& left, const AGStr& right);
-PELORIK_API bool operator!=(const AGStr& left, const AGStr& right);
-///@}
-
-///@{
-
-/// With a pointer on the left the answer is that of the pointer on the right.
-PELORIK_API bool operator==(const char* left, const AGStr& right);
-PELORIK_API bool operator!=(const char* left, const AGStr& right);
-///@}
-
-// Pointers to writable text need forms of their own, because a string also converts to such a
-// pointer. They are templates to leave null pointer constants alone, and to fit subclasses as well
-// as an overriding operator does.
-
-/// The type bool, for a string and a `char*`.
-template<class String, class Char>
-using AGStrComparison = typename std::enable_if<
-    std::is_base_of<AGStr, String>::value && std::is_same<Char, char>::value, bool>::type;
-
-///@{
-
-/// A pointer to writable text compares as one to text that is not.
-template<class String, class Char>
-AGStrComparison<String, Char> operator==(const String& left, Char* right) {
-    return static_cast<const AGStr&>(left) == static_cast<const char*>(right);
-}
-
-template<class String, class Char>
-AGStrComparison<String, Char> operator!=(const String& left, Char* right) {
-    return static_cast<const AGStr&>(left) != static_cast<const char*>(right);
-}
-
-template<class String, class Char>
-AGStrComparison<String, Char> operator==(Char* left, const String& right) {
-    return static_cast<const AGStr&>(right) == static_cast<const char*>(left);
-}
-
-template<class String, class Char>
-AGStrComparison<String, Char> operator!=(Char* left, const String& right) {
-    return static_cast<const AGStr&>(right) != static_cast<const char*>(left);
-}
-///@}
 
 #endif

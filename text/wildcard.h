@@ -1,5 +1,5 @@
-// Matching of wildcards for AGStr: the matching itself, and what its virtual operations remember
-// while they call each other. Not installed.
+// Wildcard matching for AGStr, and the failures that its virtual operations remember while they
+// call each other. Not installed.
 
 #ifndef PELORIK_TEXT_WILDCARD_H
 #define PELORIK_TEXT_WILDCARD_H
@@ -9,14 +9,13 @@
 #include <string_view>
 #include <vector>
 
-namespace wildcard {
+namespace pelorikutil::wildcard {
 
-// Whether `pattern` matches the whole of `text`; with `afterStar`, as if a star stood before it.
-// `Text` is a pointer to char, or reads, copies and moves on like one.
+// Returns true when `pattern` matches the whole of `text`; `afterStar` puts a star before the
+// pattern. `Text` is a pointer to char, or a class that reads, copies and increments like one.
 //
-// Only the star before the last one that was passed is ever gone back to, since what matched before
-// it can be left as it is. So each byte of the text is compared at most once for each byte of the
-// pattern.
+// A retry returns only to the last star, because an earlier star cannot improve the match before
+// it. So each byte of the text is compared at most once for each byte of the pattern.
 template<class Text>
 bool matches(const char* pattern, Text text, bool afterStar) {
     const char* retryPattern = afterStar ? pattern : nullptr;
@@ -40,12 +39,10 @@ bool matches(const char* pattern, Text text, bool afterStar) {
     return *pattern == '\0';
 }
 
-// One call of an operation that looks for the place in a text where the rest of a pattern matches,
-// by calls that come back to it. Of the calls that are nested in each other for one object, the
-// outermost keeps what all of them found to fail.
+// One call of `Scan`, which searches a position in a text where the rest of a pattern matches. The
+// calls for one object in one thread are nested, and the outermost remembers the failures of all.
 //
-// Texts are told apart by what they hold, not where they stand: an overriding operation may well
-// pass changed copies on.
+// Texts are compared by their bytes, because an overriding operation may pass changed copies on.
 class Search {
 public:
     Search(const void* object, const char* pattern, const char* text);
@@ -53,9 +50,8 @@ public:
     Search(const Search&) = delete;
     Search& operator=(const Search&) = delete;
 
-    // Whether `matchesAt` is true for a position of the text. Positions where the pattern failed
-    // before are not tried again, and none when so many calls are nested that there had better be
-    // no more: then the answer is that of `matches`.
+    // Returns true when `matchesAt` does so for a position of the text. Skips positions where the
+    // pattern failed before. Beyond the maximum depth it calls `matches` instead.
     template<class MatchesAt>
     bool find(MatchesAt matchesAt) {
         std::size_t& failed = memory_->failed[patternLength_];
@@ -73,10 +69,10 @@ private:
         const void* object;
         std::string_view pattern;
         std::string_view text;
-        // By the length of the pattern's rest: how many positions, counted from the text's end, are
-        // known not to match.
+        // The number of positions, from the text's end, that do not match; indexed by the length of
+        // the pattern's rest.
         std::vector<std::size_t> failed;
-        std::size_t depth;
+        std::size_t depth; // of nested calls
         Memory* enclosing;
     };
 
@@ -94,16 +90,15 @@ private:
     }
 
     static constexpr std::size_t kMaxDepth = 1000;
-    static thread_local Memory* innermost_;
 
     const char* pattern_;
     const char* text_;
     std::size_t patternLength_;
     std::size_t textLength_;
-    std::optional<Memory> own_;
+    std::optional<Memory> own_; // in the outermost call
     Memory* memory_;
 };
 
-} // namespace wildcard
+} // namespace pelorikutil::wildcard
 
 #endif

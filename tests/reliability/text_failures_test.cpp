@@ -93,6 +93,10 @@ constexpr void (*kChanges[])(AGStr&) = {
     [](AGStr& s) { s.Replace("t", "xyz"); },
     [](AGStr& s) { s.Format("%s, %d", s.GetChar(), 7); },
     [](AGStr& s) { s.Format("%400s", "x"); },
+    [](AGStr& s) { // the second printing is shorter
+        alignas(int) char text[] = "twelve bytes";
+        s.Format("%s%n", text, reinterpret_cast<int*>(text));
+    },
 };
 
 TEST(AGStrFailures, ChangesAreMadeOrThrowAndLeaveTheTextAsItWas) {

@@ -7,6 +7,7 @@
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -156,7 +157,8 @@ TEST(AGStrMatch, ReadsEachByteAtMostTwiceForEachByteOfThePattern) {
         const std::string text(1000, 'a');
         const std::string pattern = repeated("*" + std::string(part, 'a'), 800 / part) + "b";
         std::size_t reads = 0;
-        EXPECT_FALSE(wildcard::matches(pattern.c_str(), CountedText(text.c_str(), reads), false));
+        EXPECT_FALSE(pelorikutil::wildcard::matches(pattern.c_str(),
+                                                    CountedText(text.c_str(), reads), false));
         EXPECT_LE(reads, 2 * (pattern.size() + 1) * (text.size() + 1));
         EXPECT_GE(reads, text.size());
     }
@@ -407,7 +409,7 @@ struct Deep : AGStr {
     mutable std::size_t deepest = 0;
 };
 
-TEST(AGStrMatchInSubclasses, Deliberate_NestsAThousandCallsOfScanAndNoMore) {
+TEST(AGStrMatchInSubclasses, Compatibility_NestsAThousandCallsOfScanAndNoMore) {
     std::string pattern;
     for (int i = 0; i < 2000; ++i)
         pattern += "*a";
@@ -434,6 +436,30 @@ TEST(AGStrMatchInSubclasses, KeepsObjectsApart) {
     const Asking string(&refusing);
     EXPECT_FALSE(refusing.Match("*a*b", "aab"));
     EXPECT_TRUE(string.Match("*a*b", "aab"));
+}
+
+// Lets another thread match the same texts, in which "b" does not match, during the first nested
+// call.
+struct Sharing : AGStr {
+    bool Match(const char* pattern, const char* text) const override {
+        if (std::this_thread::get_id() != home)
+            return *pattern != 'b' && AGStr::Match(pattern, text);
+        if (!shared && *pattern == 'a') {
+            shared = true;
+            std::thread([this] { EXPECT_FALSE(Match(kPattern, kText)); }).join();
+        }
+        return AGStr::Match(pattern, text);
+    }
+    static constexpr char kPattern[] = "*a*b";
+    static constexpr char kText[] = "aab";
+    const std::thread::id home = std::this_thread::get_id();
+    mutable bool shared = false;
+};
+
+TEST(AGStrMatchInSubclasses, KeepsThreadsApart) {
+    const Sharing string;
+    EXPECT_TRUE(string.Match(Sharing::kPattern, Sharing::kText));
+    EXPECT_TRUE(string.shared);
 }
 
 // Throws once.
