@@ -11,8 +11,6 @@ namespace {
 
 using gost34_11_2012::C;
 using gost34_11_2012::premult;
-using gost34_11_2012::vector_0;
-using gost34_11_2012::vector_0_512;
 
 UInt512 load(const void* bytes) {
     UInt512 value;
