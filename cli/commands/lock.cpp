@@ -48,13 +48,14 @@ void refuseUnsafe(const std::string& name) {
 }
 
 LockOptions parseLock(const Args& args) {
-    OptionParser line("lock [--wait SECONDS] NAME -- COMMAND [ARG]...",
-                      "Runs a command while holding the lock NAME, which one process at a time can "
-                      "have, and ends with the command's own exit status. The lock is the file "
-                      "/run/vpnagent/NAME; it is given up, and the file removed, when the command "
-                      "ends. Signals that would end this process are passed on to the command; "
-                      "should the lock end before the command, because this process is killed, the "
-                      "command is killed too.");
+    OptionParser line(
+        "lock [--wait SECONDS] NAME -- COMMAND [ARG]...",
+        "Runs a command while holding the lock NAME, which one process at a time can "
+        "have, and ends with the command's own exit status. The lock is the file "
+        "/run/vpnagent/NAME; it is released, and the file removed, when the command "
+        "ends. Signals that would end this process are passed on to the command. When "
+        "this process is killed, the command is killed too, and the lock lasts while "
+        "a descendant of the command keeps its descriptor.");
     LockOptions options;
     std::optional<std::string> wait;
     line.value("--wait", "SECONDS", wait,

@@ -123,7 +123,7 @@ int waitFor(pid_t child, const SignalsHeldBack& signals) {
 
 } // namespace
 
-CommandEnd runCommand(const std::vector<std::string>& command, int unwanted) {
+CommandEnd runCommand(const std::vector<std::string>& command, int inherited) {
     std::vector<std::string> args = command;
     const std::vector<char*> arguments = argumentsOf(args);
     ErrorPipe errors;
@@ -134,7 +134,7 @@ CommandEnd runCommand(const std::vector<std::string>& command, int unwanted) {
     if (child < 0)
         throw Error("cannot start a process", errno);
     if (child == 0) {
-        close(unwanted);
+        fcntl(inherited, F_SETFD, 0); // not to be closed on exec
         becomeCommand(arguments, parent, signals, errors.write.get());
     }
     errors.write.close();

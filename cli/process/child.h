@@ -14,15 +14,15 @@ struct CommandEnd {
     int execError; // why it never ran, or 0
 };
 
-// Runs `command`, found along PATH, with its words, and waits for it. `unwanted` is a descriptor
-// that it does not get.
+// Runs `command`, found along PATH, with its args, and waits for it. It inherits the descriptor
+// `inherited` besides the standard ones.
 //
-// Terminating signals that are sent to the tool meanwhile go to the command, unless the terminal has
-// sent them to the command as well. A command that outlives the tool is
-// killed.
+// Terminating signals that are sent to the tool meanwhile go to the command, unless the terminal
+// has sent them to the command as well. A command that outlives the tool is killed, because it may
+// have closed `inherited`.
 //
 // Throws `Error` when there can be no child, and `Interrupted` when SIGINT came before.
-CommandEnd runCommand(const std::vector<std::string>& command, int unwanted);
+CommandEnd runCommand(const std::vector<std::string>& command, int inherited);
 
 } // namespace cli
 

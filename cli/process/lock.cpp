@@ -1,11 +1,10 @@
 #include "cli/process/lock.h"
 
-#include "cli/files/descriptor.h"
 #include "cli/process/error.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -15,66 +14,75 @@ namespace {
 
 constexpr char kDirectory[] = "/var/run/vpnagent/";
 
-using Status = struct stat;
+// Flags that neither follow a link nor wait for a FIFO.
+constexpr int kOpenFlags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
-// All zeros when there is no such file.
-Status statusOf(const std::string& path) {
-    Status status{};
-    if (stat(path.c_str(), &status) != 0)
-        status = Status{};
-    return status;
+// Sets or clears a lock of the whole file. Unlike a `lockf` lock it belongs to the open file, which
+// child processes inherit; the two kinds exclude each other.
+bool setLock(int descriptor, short type) {
+    struct flock whole {};
+    whole.l_type = type;
+    whole.l_whence = SEEK_SET;
+    return ::fcntl(descriptor, F_OFD_SETLK, &whole) == 0;
 }
 
-Status statusOf(int descriptor) {
-    Status status{};
-    if (fstat(descriptor, &status) != 0)
-        status = Status{};
-    return status;
+bool isAt(const std::string& path, int descriptor) {
+    struct stat named {};
+    struct stat opened {};
+    return ::lstat(path.c_str(), &named) == 0 && ::fstat(descriptor, &opened) == 0 &&
+           named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
 }
 
-bool areSame(const Status& left, const Status& right) {
-    return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+bool isRegular(int descriptor) {
+    struct stat status {};
+    return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+[[noreturn]] void fail(const std::string& name, const std::string& reason) {
+    throw Error("cannot lock '" + name + "': " + reason);
 }
 
 [[noreturn]] void fail(const std::string& name, int error) {
-    const bool noDirectory = error == ENOENT;
-    throw Error("cannot lock '" + name + "': " + errorText(error) +
-                (noDirectory ? " (the directory /run/vpnagent is missing)" : ""));
+    if (error == ENXIO) // a FIFO that nobody reads, or a socket
+        fail(name, "not a regular file");
+    fail(name,
+         errorText(error) + (error == ENOENT ? " (the directory /run/vpnagent is missing)" : ""));
 }
 
 } // namespace
 
-Lock::Lock(SCChecker checker, bool wasThere) : checker_(std::move(checker)), wasThere_(wasThere) {}
-
-Lock::Lock(Lock&& other) noexcept
-    : checker_(std::move(other.checker_)), wasThere_(other.wasThere_) {
-    other.checker_.fd = -1;
-}
+Lock::Lock(std::string path, Descriptor file, bool wasThere)
+    : path_(std::move(path)), file_(std::move(file)), wasThere_(wasThere) {}
 
 Lock::~Lock() {
-    if (checker_.fd < 0)
+    if (!file_)
         return;
-    if (areSame(statusOf(checker_.path), statusOf(checker_.fd)))
-        std::remove(checker_.path.c_str());
-    close(checker_.fd);
+    if (isAt(path_, file_.get()))
+        ::unlink(path_.c_str());
+    setLock(file_.get(), F_UNLCK); // descendants of the command may keep the open file
 }
 
 std::optional<Lock> Lock::tryToTake(const std::string& name) {
+    const std::string path = kDirectory + name;
     for (;;) {
-        // The library's own answer to this is of use to root only. As long as a descriptor keeps
-        // the file, no new one can get its number; this kind takes no lock along when it closes.
-        const Descriptor found(open((kDirectory + name).c_str(), O_PATH | O_CLOEXEC));
-        const Status before = statusOf(found.get());
-        SCChecker checker;
-        if (!checker.lock(name.c_str())) {
-            if (errno == EAGAIN)
+        Descriptor file(::open(path.c_str(), kOpenFlags));
+        const bool wasThere = static_cast<bool>(file);
+        if (!file && errno == ENOENT)
+            file = Descriptor(::open(path.c_str(), kOpenFlags | O_CREAT | O_EXCL, S_IWUSR));
+        if (!file && errno == EEXIST)
+            continue; // another process was faster
+        if (!file)
+            fail(name, errno);
+        if (!isRegular(file.get()))
+            fail(name, "not a regular file");
+        if (!setLock(file.get(), F_WRLCK)) {
+            if (errno == EAGAIN || errno == EACCES)
                 return std::nullopt;
             fail(name, errno);
         }
-        const Status locked = statusOf(checker.fd);
-        if (areSame(statusOf(checker.path), locked))
-            return Lock(std::move(checker), areSame(before, locked));
-        close(checker.fd); // its last holder has removed it
+        if (isAt(path, file.get()))
+            return Lock(path, std::move(file), wasThere);
+        // Its last holder has removed it.
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include "cli/process/error.h"
 #include "cli/process/lock.h"
+#include "system/scchecker.h"
 #include "tests/support/child.h"
 #include "tests/support/namespaces.h"
 
@@ -25,8 +26,8 @@ using cli::Lock;
 constexpr char kDirectory[] = "/var/run/vpnagent";
 constexpr char kFile[] = "/var/run/vpnagent/x";
 
-std::function<void()> beforeLocking; // called once
-std::function<void()> beforeClosing; // of the lock's file, called once
+std::function<void()> beforeLocking;   // called once
+std::function<void()> beforeUnlocking; // called once
 
 class HeldLockTest : public testing::Test {
 protected:
@@ -38,7 +39,7 @@ protected:
 
     void TearDown() override {
         beforeLocking = nullptr;
-        beforeClosing = nullptr;
+        beforeUnlocking = nullptr;
         if (support::haveOwnRunDirectory())
             fs::remove_all(kDirectory);
     }
@@ -63,21 +64,15 @@ bool anotherProcessGetsIt() {
 
 extern "C" {
 
-int __real_lockf(int fd, int command, off_t length);
-int __real_close(int fd);
-int __wrap_lockf(int fd, int command, off_t length);
-int __wrap_close(int fd);
+int __real_fcntl(int fd, int command, ...);
+int __wrap_fcntl(int fd, int command, struct flock* lock);
 
-int __wrap_lockf(int fd, int command, off_t length) {
-    if (const auto step = std::exchange(beforeLocking, nullptr))
+int __wrap_fcntl(int fd, int command, struct flock* lock) {
+    EXPECT_EQ(command, F_OFD_SETLK);
+    auto& before = lock->l_type == F_UNLCK ? beforeUnlocking : beforeLocking;
+    if (const auto step = std::exchange(before, nullptr))
         step();
-    return __real_lockf(fd, command, length);
-}
-
-int __wrap_close(int fd) {
-    if (const auto step = std::exchange(beforeClosing, nullptr))
-        step();
-    return __real_close(fd);
+    return __real_fcntl(fd, command, lock);
 }
 }
 
@@ -108,10 +103,33 @@ TEST_F(HeldLockTest, IsGivenUpOnlyWhenItsFileIsGone) {
     std::optional<Lock> lock = Lock::tryToTake("x");
     ASSERT_TRUE(lock);
     std::optional<bool> there;
-    beforeClosing = [&] { there = fs::exists(kFile); };
+    beforeUnlocking = [&] { there = fs::exists(kFile); };
     lock.reset();
     EXPECT_EQ(there, std::optional(false));
     EXPECT_TRUE(anotherProcessGetsIt());
+}
+
+TEST_F(HeldLockTest, EndsThoughItsDescriptorIsStillOpenElsewhere) {
+    std::optional<Lock> lock = Lock::tryToTake("x");
+    ASSERT_TRUE(lock);
+    const int copy = dup(lock->descriptor());
+    fs::create_hard_link(kFile, std::string(kFile) + "-kept");
+    lock.reset();
+    fs::rename(std::string(kFile) + "-kept", kFile);
+    EXPECT_TRUE(anotherProcessGetsIt());
+    close(copy);
+}
+
+TEST_F(HeldLockTest, ExcludesTheOneOfTheLibraryAndIsExcludedByIt) {
+    std::optional<Lock> lock = Lock::tryToTake("x");
+    ASSERT_TRUE(lock);
+    EXPECT_EQ(support::inChild([] { return SCChecker().lock("x") ? 1 : 0; }), 0);
+    lock.reset();
+    SCChecker library;
+    ASSERT_TRUE(library.lock("x"));
+    EXPECT_FALSE(Lock::tryToTake("x"));
+    library.unlock();
+    EXPECT_TRUE(Lock::tryToTake("x"));
 }
 
 TEST_F(HeldLockTest, LeavesTheFileOfAnotherHolderAlone) {

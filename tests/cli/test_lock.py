@@ -6,13 +6,14 @@ import pty
 import re
 import shutil
 import signal
+import stat
 import subprocess
 import sys
 import time
 import unittest
 
 import namespaces
-from tool import NOBODY, TERMINATING, TOOL, Terminal, ToolTest, await_running, environment
+from tool import NOBODY, TERMINATING, TOOL, Terminal, ToolTest, await_that, environment
 
 DIRECTORY = "/var/run/vpnagent"
 FILE = DIRECTORY + "/x"
@@ -43,13 +44,14 @@ class LockTest(ToolTest):
     def lock(self, *command, options=(), **others):
         return self.run_tool("lock", *options, "x", "--", *command, **others)
 
-    def start(self, script, **others):
-        """A tool whose script has said that it runs."""
+    def start(self, script, greeting=b"running\n", **others):
+        """A tool whose script has printed the greeting, or a line that begins with it."""
         child = subprocess.Popen([TOOL, "lock", "x", "--", *shell(script)],
                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                  env=environment(), **others)
         self.addCleanup(self.end, child)
-        self.assertEqual(child.stdout.readline(), b"running\n")
+        child.greeting = child.stdout.readline()
+        self.assertTrue(child.greeting.startswith(greeting))
         return child
 
     @staticmethod
@@ -223,24 +225,54 @@ class Holding(LockTest):
         os.chown(FILE, NOBODY, NOBODY)
         self.assert_ended(self.run_unprivileged("lock", "x", "--", "true"), 0, LEFT_BEHIND)
 
-    def test_another_file_that_gets_the_number_of_one_just_removed_was_not_left_behind(self):
-        # Inode numbers are used again at once by ext4, which the directory may lie on, not by tmpfs.
-        subprocess.run(["mount", "--bind", self.dir, DIRECTORY], check=True)
-        self.addCleanup(subprocess.run, ["umount", DIRECTORY], check=True)
-        os.mkfifo(FILE)  # the library opens it to see whether it is there, and waits for a writer
-        taking = subprocess.Popen([TOOL, "lock", "x", "--", "true"], stderr=subprocess.PIPE,
-                                  env=environment())
-        await_running(taking.pid)
-        time.sleep(0.2)
-        os.unlink(FILE)
-        taking.send_signal(signal.SIGINT)  # ends the waiting, and later the tool
-        self.assertEqual(taking.communicate()[1], b"pelorik: lock: interrupted\n")
-        self.assertEqual(taking.returncode, 130)
+    def test_what_is_not_a_regular_file_is_refused(self):
+        victim = self.write(os.path.join(self.dir, "victim"), "text")
+        for make, why in ((lambda: os.mkfifo(FILE), "not a regular file"),
+                          (lambda: os.mknod(FILE, stat.S_IFSOCK), "not a regular file"),
+                          (lambda: os.symlink("/dev/null", FILE), "symbolic links"),
+                          (lambda: os.symlink(victim, FILE), "symbolic links")):
+            make()
+            self.assert_refused(self.lock("touch", "ran"), "cannot lock 'x': ", why)
+            os.unlink(FILE)
+        os.mkfifo(FILE)
+        reader = os.open(FILE, os.O_RDONLY | os.O_NONBLOCK)
+        self.assert_refused(self.lock("touch", "ran"), "cannot lock 'x': not a regular file")
+        os.close(reader)
+        self.assertEqual(sorted(os.listdir()), ["victim"])
+        with open(victim, encoding="ascii") as file:
+            self.assertEqual(file.read(), "text")
 
-    def test_the_command_does_not_get_the_descriptor_of_the_lock(self):
+    def test_a_killed_tool_leaves_the_lock_to_the_descendants_of_its_command(self):
+        holder = self.start("sleep 1000 2> /dev/null & echo running $!; wait", greeting=b"running ")
+        descendant = int(holder.greeting.split()[1])
+        self.addCleanup(subprocess.run, ["kill", str(descendant)], check=False, capture_output=True)
+        holder.kill()
+        holder.wait()
+        self.assert_ended(self.lock("touch", "ran"), 1, HELD)
+        with open(FILE, "wb") as file:  # as the library does
+            with self.assertRaises(BlockingIOError):
+                fcntl.lockf(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        os.kill(descendant, signal.SIGKILL)
+        await_that(lambda: not os.path.exists("/proc/%d/fd/0" % descendant))
+        self.assertTrue(os.path.exists(FILE))
+        self.assert_ended(self.lock("true"), 0, LEFT_BEHIND)
+        self.assertFalse(os.path.exists("ran"))
+
+    def test_the_lock_ends_with_the_command_though_descendants_go_on(self):
+        done = self.lock(*shell("sleep 1000 > /dev/null 2>&1 & echo $!"))
+        descendant = int(done.text)
+        self.addCleanup(os.kill, descendant, signal.SIGKILL)
+        with open("/proc/%d/comm" % descendant, encoding="ascii") as name:
+            self.assertEqual(name.read(), "sleep\n")
+        self.assertFalse(os.path.exists(FILE))
+        self.assert_ended(self.lock("true"), 0)
+
+    def test_the_command_inherits_the_descriptor_of_the_lock_alone(self):
         done = self.lock("ls", "-l", "/proc/self/fd")
         self.assertEqual(done.status, 0)
-        self.assertNotIn("vpnagent", done.text)
+        links = re.findall(r" -> (/.*)", done.text)
+        self.assertEqual([link for link in links if not link.startswith(("/dev/null", "/proc/"))],
+                         [os.path.realpath(FILE)])
 
     def test_the_command_reads_standard_input(self):
         self.assertEqual(self.lock("cat", stdin=b"text").out, b"text")
