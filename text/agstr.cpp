@@ -81,7 +81,8 @@ struct AGStr::AGStrBlock {
 
     // An empty result has no block. The second printing may be shorter, because "%n" can change an
     // argument of the first. Sets `length` to the result of printf.
-    static AGStrBlock printed(const char* format, va_list arguments, int& length) {
+    __attribute__((format(printf, 1, 0))) static AGStrBlock
+    printed(const char* format, va_list arguments, int& length) {
         length = pelorikutil::print(nullptr, 0, format, arguments);
         if (length <= 0)
             return {nullptr, 0};
