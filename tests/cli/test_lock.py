@@ -89,8 +89,10 @@ class Statuses(LockTest):
             self.assert_ended(self.lock(*shell("kill -%d $$" % number)), 128 + number)
 
     def test_a_command_that_is_not_there_is_127(self):
+        # A directory of PATH that the user cannot search would give EACCES.
+        path = environment(PATH="/usr/bin:/bin")
         for command in ("./missing", "no-such-command-anywhere"):
-            self.assert_ended(self.lock(command), 127, b"pelorik: lock: %s: No such file or "
+            self.assert_ended(self.lock(command, env=path), 127, b"pelorik: lock: %s: No such file or "
                               b"directory\n" % command.encode())
         self.assertFalse(os.path.exists(FILE))
 
