@@ -80,7 +80,7 @@ class Consumer(unittest.TestCase):
                 'message(STATUS "found: ${pelorikutil_FOUND}")\n'
             )
             build = self.scratch / f"other-{version}"
-            said = run("cmake", "-S", lists.parent, "-B", build, f"-DCMAKE_PREFIX_PATH={self.prefix}")
+            said = run("cmake", "-G", "Ninja", "-S", lists.parent, "-B", build, f"-DCMAKE_PREFIX_PATH={self.prefix}")
             self.assertIn(f"found: {int(found)}", said, version)
 
     def test_by_pkg_config(self):
