@@ -1,9 +1,12 @@
 # How every target of the project is compiled: language level, warnings, hardening, sanitizers.
 
-# A compiler cache makes a second build cheap. CMake reads the variable when it makes a target.
-find_program(PELORIK_CCACHE ccache)
-if(PELORIK_CCACHE AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${PELORIK_CCACHE}")
+# Compiles through ccache if it is installed. -DCMAKE_CXX_COMPILER_LAUNCHER= turns it off. A parent project
+# chooses its own launcher.
+if(PROJECT_IS_TOP_LEVEL AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
+  find_program(PELORIK_CCACHE ccache NO_CACHE) # searched again if it was removed since
+  if(PELORIK_CCACHE)
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${PELORIK_CCACHE}")
+  endif()
 endif()
 
 set(PELORIK_WARNINGS
@@ -73,6 +76,13 @@ function(pelorik_compile target)
       "-fsanitize=${PELORIK_SANITIZE}" -fno-omit-frame-pointer -fno-sanitize-recover=all)
     target_link_options(${target} PRIVATE "-fsanitize=${PELORIK_SANITIZE}")
   endif()
+endfunction()
+
+# pelorik_compile_test(TARGET): the flags of a target that only tests use. Its own sources are compiled with
+# PELORIK_TEST_OPTIONS; the library that it links keeps the flags of the build type.
+function(pelorik_compile_test target)
+  pelorik_compile(${target})
+  target_compile_options(${target} PRIVATE ${PELORIK_TEST_OPTIONS})
 endfunction()
 
 # pelorik_fortify(TARGET): for what is shipped.

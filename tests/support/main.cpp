@@ -8,6 +8,7 @@
 #include "tests/support/remains.h"
 
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -113,5 +114,9 @@ int main(int argc, char** argv) {
     testing::UnitTest::GetInstance()->listeners().Append(new MemoryWatch);
     const support::Remains remains;
     const int status = RUN_ALL_TESTS();
+    if (testing::UnitTest::GetInstance()->test_to_run_count() == 0) {
+        std::fputs("No test matches the filter.\n", stderr);
+        return 1;
+    }
     return remains.found() ? 1 : status;
 }
