@@ -4,7 +4,6 @@
 // The input is the words, each ended by a line feed, up to an empty one; the rest is standard
 // input. Words lead nowhere else: a "/" in front and ".." are taken out. No lock is taken.
 
-#include "cli/output/console.h"
 #include "fuzz/scratch.h"
 #include "fuzz/target.h"
 
@@ -26,11 +25,6 @@ namespace {
 
 using std::string;
 using Words = std::vector<string>;
-
-// What leaves the tool where it would end the process.
-struct Left {
-    int status;
-};
 
 const fuzz::Files kFiles = {
     {"a", "abc"},
@@ -101,11 +95,7 @@ int run(Words& words) {
     for (string& word : words)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);
-    try {
-        return toolMain(static_cast<int>(words.size()), arguments.data());
-    } catch (const Left& left) {
-        return left.status;
-    }
+    return toolMain(static_cast<int>(words.size()), arguments.data());
 }
 
 bool complainsInItsOwnName(const string& complaint) {
@@ -129,14 +119,6 @@ void requireNothingTemporary(const fuzz::Scratch& scratch) {
 }
 
 } // namespace
-
-// Instead of the end of the process: whoever waits for threads does so on the way.
-extern "C" [[noreturn]] void __wrap__ZN3cli7Console7exitNowEi(cli::Console* console, int status);
-
-void __wrap__ZN3cli7Console7exitNowEi(cli::Console* console, int status) {
-    console->flush();
-    throw Left{status};
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const fuzz::Scratch scratch(kFiles);

@@ -2,7 +2,7 @@
 
 #include "cli/args/options.h"
 #include "cli/commands.h"
-#include "cli/hashing/digester.h"
+#include "cli/hashing/algorithm.h"
 #include "cli/output/json.h"
 #include "cli/process/error.h"
 #include "cli/process/exit_status.h"
@@ -58,8 +58,8 @@ struct Speed {
     double bytesPerSecond() const { return static_cast<double>(bytes) / time.count(); }
 };
 
-Speed measured(HashFileChecker::Alg algorithm, std::chrono::seconds least) {
-    const std::unique_ptr<IHashFactory> factory(createHashFactory(algorithm));
+Speed measured(const Algorithm& algorithm, std::chrono::seconds least) {
+    const std::unique_ptr<IHashFactory> factory(createHashFactory(algorithm.id));
     const std::unique_ptr<IHash_Calc> calculator(factory->createHashCalc());
     const std::vector<unsigned char> data(kBlock, 0xa5);
     calculator->Update(data.data(), data.size()); // the first round warms up

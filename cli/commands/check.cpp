@@ -1,33 +1,29 @@
 // pelorik check: checks files against a hash list.
 
-#include "checker/hashfile_checker.h"
 #include "cli/args/options.h"
 #include "cli/commands.h"
+#include "cli/files/directory_walk.h"
 #include "cli/files/file_identity.h"
 #include "cli/hashing/hash_list.h"
+#include "cli/hashing/name_index.h"
+#include "cli/hashing/parallel_hasher.h"
 #include "cli/hashing/record_check.h"
-#include "cli/hashing/unlisted.h"
 #include "cli/output/counts.h"
 #include "cli/output/json.h"
 #include "cli/process/error.h"
 #include "cli/process/exit_status.h"
-#include "cli/process/pool.h"
 #include "cli/process/signals.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <fstream>
 #include <optional>
-#include <sched.h>
+#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace cli {
 
 namespace {
-
-using HashFileChecker::FileHashPair;
 
 struct StatusNames {
     const char* inJson;
@@ -60,14 +56,6 @@ struct CheckOptions {
     std::vector<std::string> excludes;
     std::string list;
 };
-
-unsigned usableProcessors() {
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    if (sched_getaffinity(0, sizeof set, &set) != 0)
-        return 1;
-    return static_cast<unsigned>(std::max(1, CPU_COUNT(&set)));
-}
 
 void describe(OptionParser& line) {
     line.status(kDone, "every file of LIST was verified");
@@ -108,8 +96,8 @@ CheckOptions parseCheck(const Args& args) {
     line.flag("--ignore-missing", options.ignoreMissing,
               "files that do not exist do not count; but one at least must be verified");
     line.values("--unlisted", "DIR", options.unlisted,
-                "then report the files under DIR that LIST does not name, of those that pelorik "
-                "list -r DIR would list; LIST itself is not one");
+                "then report every entry under DIR that LIST does not name, except directories, "
+                "which are searched, and LIST itself");
     line.values("--exclude", "GLOB", options.excludes,
                 "do not look for unlisted files at names that match the whole of GLOB, where * "
                 "matches slashes, too; directories that match are not entered");
@@ -135,23 +123,14 @@ void putText(JsonObject& object, const char* key, const std::string& text) {
         object[key] = text;
 }
 
-std::string jsonOf(const std::string& name, const char* status, const std::string& digest,
+std::string jsonOf(std::string_view name, const char* status, const std::string& digest,
                    const std::string& error) {
     JsonObject object;
-    putName(object, "name", name);
+    putName(object, "name", std::string(name));
     object["status"] = status;
     putText(object, "digest", digest);
     putText(object, "error", error);
     return jsonLine(object);
-}
-
-// Bytes that this process has read so far; 0 when the system does not tell.
-std::uint64_t bytesRead() {
-    std::ifstream counters("/proc/self/io");
-    std::string name;
-    std::uint64_t count = 0;
-    counters >> name >> count;
-    return name == "rchar:" && counters ? count : 0;
 }
 
 class Tally {
@@ -174,29 +153,42 @@ std::size_t Tally::all() const {
     return sum;
 }
 
-enum class End { kComplete, kStopped, kInterrupted };
+using End = ParallelHasher::End;
+
+void requireDirectories(const std::vector<std::string>& directories) {
+    for (const std::string& directory : directories) {
+        struct stat status {};
+        if (::stat(directory.c_str(), &status) != 0)
+            throw Error(directory, errno);
+        if (!S_ISDIR(status.st_mode))
+            throw Error(directory, ENOTDIR);
+    }
+}
 
 // Checks the records of one list and reports on them.
-class Check {
+class Check : private HashTask {
 public:
-    Check(const CheckOptions& options, const FileIdentity& list, std::vector<FileHashPair> records,
+    Check(const CheckOptions& options, const FileIdentity& identity, const HashList& list,
           Console& console);
 
-    // Returns the exit status; does not return when threads are still at work that is of no use.
+    // Returns the exit status.
     int run();
 
 private:
-    using Pool = OrderedPool<CheckResult>;
+    std::size_t count() const override { return list_.size(); }
+    const char* path(std::size_t index) const override { return list_.name(index).data(); }
+    const Algorithm* algorithm(std::size_t index) const override {
+        return algorithmOf(list_.digest(index));
+    }
+    bool finish(std::size_t index, HashedFile& file) override;
+    void idle(std::uint64_t) override { console_.flush(); }
 
     void expectAll();
-    End goThrough(Pool& pool);
-    End goThroughOrLeave(Pool& pool);
-    End lookForUnlisted();
-    End lookForUnlistedUntilInterrupted();
-    Unlisted findUnlisted();
+    End findUnlisted();
     bool reportBeside(const std::string& line, const std::string& json, Colour colour);
-    void idle();
-    void report(const FileHashPair& record, const CheckResult& result);
+    bool reportUnlisted(const std::string& name);
+    bool reportUnsearched(const std::string& name, const std::string& why);
+    void report(std::string_view name, const CheckResult& result);
     bool counts(Status status) const;
     void summarise(End end);
     std::string summary(End end) const;
@@ -205,20 +197,17 @@ private:
     Colour summaryColour(End end) const;
 
     const CheckOptions& options_;
-    const FileIdentity& list_;
-    const std::vector<FileHashPair> records_;
+    const FileIdentity& identity_; // of the list
+    const HashList& list_;
     Console& console_;
     Tally tally_;
     std::size_t unlisted_ = 0;
     std::size_t unsearched_ = 0;
-    Amount total_; // known only when the progress is shown
-    Amount done_;
-    std::uint64_t readBefore_ = 0;
 };
 
-Check::Check(const CheckOptions& options, const FileIdentity& list,
-             std::vector<FileHashPair> records, Console& console)
-    : options_(options), list_(list), records_(std::move(records)), console_(console) {
+Check::Check(const CheckOptions& options, const FileIdentity& identity, const HashList& list,
+             Console& console)
+    : options_(options), identity_(identity), list_(list), console_(console) {
     if (options.statusOnly)
         console.progress().hide();
 }
@@ -226,15 +215,14 @@ Check::Check(const CheckOptions& options, const FileIdentity& list,
 void Check::expectAll() {
     if (!console_.progress().shown())
         return;
-    total_.files = records_.size();
-    for (const FileHashPair& record : records_) {
+    Amount total{list_.size(), 0};
+    for (std::size_t i = 0; i < list_.size(); ++i) {
         stopIfInterrupted();
         struct stat status {};
-        if (::stat(record.name.c_str(), &status) == 0 && S_ISREG(status.st_mode))
-            total_.bytes += static_cast<std::uint64_t>(status.st_size);
+        if (::stat(path(i), &status) == 0 && S_ISREG(status.st_mode))
+            total.bytes += static_cast<std::uint64_t>(status.st_size);
     }
-    console_.progress().expect(total_);
-    readBefore_ = bytesRead();
+    console_.progress().expect(total);
 }
 
 // True when a file of this status makes the check fail.
@@ -242,57 +230,19 @@ bool Check::counts(Status status) const {
     return status != Status::kOk && !(status == Status::kMissing && options_.ignoreMissing);
 }
 
-void Check::report(const FileHashPair& record, const CheckResult& result) {
+void Check::report(std::string_view name, const CheckResult& result) {
+    const StatusNames& names = namesOf(result.status);
     if (options_.json)
-        console_.print(jsonOf(record.name, namesOf(result.status).inJson,
-                              digestFound(record, result), result.error));
+        console_.print(jsonOf(name, names.inJson, result.digest, result.error));
     else if (counts(result.status) && !options_.statusOnly)
-        console_.print(result.report, namesOf(result.status).colour);
+        console_.report(result.report, names.colour);
 }
 
-// Shows what has been reported so far, and in the progress line also what the threads have read of
-// the files that they are at.
-void Check::idle() {
-    console_.flush();
-    if (!console_.progress().shown())
-        return;
-    const std::uint64_t read = std::min(bytesRead() - readBefore_, total_.bytes);
-    console_.progress().reached({done_.files, std::max(done_.bytes, read)});
-}
-
-End Check::goThrough(Pool& pool) {
-    constexpr std::chrono::milliseconds kTimeout(100);
-    while (done_.files < records_.size()) {
-        const bool interrupted = interruptRequested();
-        if (interrupted)
-            pool.cancel(); // what is done already is still reported
-        const std::optional<CheckResult> result =
-            pool.next(interrupted ? std::chrono::milliseconds(0) : kTimeout);
-        if (!result && interrupted)
-            return End::kInterrupted;
-        if (!result) {
-            idle();
-            continue;
-        }
-        tally_.add(result->status);
-        report(records_[done_.files], *result);
-        ++done_.files;
-        done_.bytes += result->size;
-        console_.progress().reached(done_);
-        if (options_.stop && counts(result->status))
-            return End::kStopped;
-    }
-    return End::kComplete;
-}
-
-// When nothing can be written any more, what the threads are at is of no use.
-End Check::goThroughOrLeave(Pool& pool) {
-    try {
-        return goThrough(pool);
-    } catch (const Error& failure) {
-        console_.error(failure.what());
-        console_.exitNow(kTrouble);
-    }
+bool Check::finish(std::size_t index, HashedFile& file) {
+    const CheckResult result = checkRecord(list_.name(index), list_.digest(index), file);
+    tally_.add(result.status);
+    report(list_.name(index), result);
+    return !(options_.stop && counts(result.status));
 }
 
 // Prints what is found beside the records' own files; returns whether to go on.
@@ -300,46 +250,61 @@ bool Check::reportBeside(const std::string& line, const std::string& json, Colou
     if (options_.json)
         console_.print(json);
     else if (!options_.statusOnly)
-        console_.print(line, colour);
+        console_.report(line, colour);
     return !options_.stop;
 }
 
-Unlisted Check::findUnlisted() {
-    const bool silent = options_.quiet || options_.statusOnly;
-    return cli::findUnlisted(records_, list_,
-                             {options_.unlisted, options_.excludes, [&](const std::string& line) {
-                                  if (!silent)
-                                      console_.error(line);
-                              }});
+bool Check::reportUnlisted(const std::string& name) {
+    ++unlisted_;
+    return reportBeside("Warning: File not listed: " + name + ".", jsonOf(name, "unlisted", "", ""),
+                        Colour::kYellow);
 }
 
-End Check::lookForUnlisted() {
-    const Unlisted found = findUnlisted();
-    for (const auto& [name, why] : found.unsearched) {
-        ++unsearched_;
-        if (!reportBeside(unreadable(name, why).report, jsonOf(name, "error", "", why),
-                          namesOf(Status::kError).colour))
-            return End::kStopped;
-    }
-    for (const std::string& name : found.names) {
-        ++unlisted_;
-        if (!reportBeside("Warning: File not listed: " + name + ".",
-                          jsonOf(name, "unlisted", "", ""), Colour::kYellow))
-            return End::kStopped;
+bool Check::reportUnsearched(const std::string& name, const std::string& why) {
+    ++unsearched_;
+    return reportBeside(unreadableReport(name, why), jsonOf(name, "error", "", why),
+                        namesOf(Status::kError).colour);
+}
+
+// Thrown out of a walk at the first entry that is reported.
+struct Stopped {};
+
+End Check::findUnlisted() {
+    const PathOrder order(resolved("."));
+    const NameIndex<PathOrder> listed(list_, order);
+    std::set<std::string, PathOrder> found(order); // directories may overlap
+    const auto isNew = [&](const std::string& name) {
+        return !listed.contains(name) && found.insert(name).second;
+    };
+    const auto require = [](bool goOn) {
+        if (!goOn)
+            throw Stopped();
+    };
+    DirectoryWalk walk({
+        .entries = DirectoryWalk::Entries::kAll,
+        .recursive = true,
+        .excludes = options_.excludes,
+        .leftOut = {identity_},
+        .onEntry = [&](const std::string& name) { require(!isNew(name) || reportUnlisted(name)); },
+        .onUnreadable =
+            [&](const std::string& name, const std::string& why) {
+                require(!isNew(name) || reportUnsearched(name, why));
+            },
+        .note = nullptr,
+    });
+    try {
+        for (const std::string& directory : options_.unlisted)
+            walk.visit(directory);
+    } catch (const Stopped&) {
+        return End::kStopped;
+    } catch (const Interrupted&) {
+        return End::kInterrupted;
     }
     return End::kComplete;
 }
 
-End Check::lookForUnlistedUntilInterrupted() {
-    try {
-        return lookForUnlisted();
-    } catch (const Interrupted&) {
-        return End::kInterrupted;
-    }
-}
-
 std::string Check::summary(End end) const {
-    const std::string all = std::to_string(records_.size());
+    const std::string all = std::to_string(list_.size());
     std::string text = end == End::kInterrupted ? "interrupted: " : "";
     if (end == End::kComplete)
         text += all + " checked: ";
@@ -355,7 +320,7 @@ std::string Check::summary(End end) const {
 
 std::string Check::jsonSummary(End end) const {
     JsonObject counts;
-    counts["records"] = records_.size();
+    counts["records"] = list_.size();
     counts["checked"] = tally_.all();
     for (std::size_t i = 0; i < kStatuses; ++i)
         counts[kStatusNames[i].inJson] = tally_.of(static_cast<Status>(i));
@@ -399,19 +364,15 @@ int Check::exitStatus(End end) const {
 
 int Check::run() {
     expectAll();
-    const std::size_t threads = std::min<std::size_t>(options_.threads, records_.size());
-    Pool pool(records_.size(), threads,
-              [this](std::size_t index) { return verify(records_[index], options_.stop); });
-    End end = goThroughOrLeave(pool);
+    ParallelHasher hasher(options_.threads, console_.progress());
+    End end = hasher.run(*this);
     if (end == End::kComplete && !options_.unlisted.empty())
-        end = lookForUnlistedUntilInterrupted();
+        end = findUnlisted();
     console_.progress().erase();
     summarise(end);
     const int status = exitStatus(end);
     if (status == kTrouble && !options_.statusOnly)
         console_.error("none of the files in " + options_.list + " was verified");
-    if (end != End::kComplete)
-        console_.exitNow(status);
     return status;
 }
 
@@ -421,12 +382,12 @@ void enter(const std::string& directory) {
 }
 
 int check(const CheckOptions& options, Console& console) {
-    std::vector<FileHashPair> records = readHashList(options.list);
-    const FileIdentity list(options.list == "-" ? "/dev/stdin" : options.list);
+    const HashList list(options.list);
+    const FileIdentity identity(options.list == "-" ? "/dev/stdin" : options.list);
     if (options.directory)
         enter(*options.directory);
     requireDirectories(options.unlisted);
-    return Check(options, list, std::move(records), console).run();
+    return Check(options, identity, list, console).run();
 }
 
 } // namespace

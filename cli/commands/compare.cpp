@@ -6,13 +6,16 @@
 #include "cli/hashing/algorithm.h"
 #include "cli/hashing/changes.h"
 #include "cli/hashing/hash_list.h"
+#include "cli/hashing/name_index.h"
 #include "cli/process/error.h"
 #include "cli/process/exit_status.h"
 #include "cli/process/signals.h"
 
 #include <algorithm>
+#include <optional>
 #include <set>
-#include <unordered_map>
+#include <string_view>
+#include <vector>
 
 namespace cli {
 
@@ -58,57 +61,71 @@ CompareOptions parseCompare(const Args& args) {
     return options;
 }
 
-struct Entry {
-    std::string name;
-    DigestTexts digests; // as listed: usually one
-};
+using Views = std::vector<std::string_view>;
 
-// The names of a list, each once, in the order in which they come first.
-class Names {
+// A list with its records in the order of their names.
+class NamedRecords {
 public:
-    explicit Names(const std::string& list) {
-        for (HashFileChecker::FileHashPair& record : readHashList(list)) {
-            const auto [place, isNew] = places_.try_emplace(record.name, entries_.size());
-            if (isNew)
-                entries_.push_back({std::move(record.name), {}});
-            entries_[place->second].digests.push_back(std::move(record.hash));
-        }
+    explicit NamedRecords(const std::string& list) : list_(list), index_(list_) {}
+
+    const HashList& list() const { return list_; }
+    std::size_t size() const { return index_.size(); }
+    std::size_t line(std::size_t place) const { return index_.line(place); }
+    std::string_view name(std::size_t place) const { return list_.name(line(place)); }
+
+    // Returns the first place after those of the same name.
+    std::size_t endOf(std::size_t place) const {
+        std::size_t end = place + 1;
+        while (end < size() && name(end) == name(place))
+            ++end;
+        return end;
     }
 
-    const std::vector<Entry>& entries() const { return entries_; }
+    // Returns the digests of a name in the list's order, as listed: usually one.
+    Views digests(std::size_t place, std::size_t end) const {
+        Views digests;
+        for (; place < end; ++place)
+            digests.push_back(list_.digest(line(place)));
+        return digests;
+    }
 
-    // The digests of `name`; none when it is not listed.
-    const DigestTexts& digestsOf(const std::string& name) const {
-        static const DigestTexts none;
-        const auto place = places_.find(name);
-        return place == places_.end() ? none : entries_[place->second].digests;
+    // The same, none when the name is not listed.
+    Views digestsOf(std::string_view name) const {
+        const std::size_t place = index_.lowerBound(name);
+        return place < size() && this->name(place) == name ? digests(place, endOf(place)) : Views();
     }
 
 private:
-    std::vector<Entry> entries_;
-    std::unordered_map<std::string, std::size_t> places_;
+    const HashList list_;
+    const NameIndex<WalkOrder> index_;
 };
 
 using Digests = std::set<std::string>; // canonical
 
-Digests canonical(const DigestTexts& texts) {
+Digests canonical(const Views& texts) {
     Digests digests;
-    for (const std::string& text : texts)
+    for (const std::string_view text : texts)
         digests.insert(canonicalDigest(text));
     return digests;
 }
 
-// True when `others` tell something else by an algorithm of `digests`.
+// Returns the prefix of a canonical text, which names its algorithm; empty when it has none.
+std::string_view prefixOf(std::string_view canonical) {
+    return canonical.starts_with('#') ? canonical.substr(0, canonical.find(':') + 1)
+                                      : std::string_view();
+}
+
+// Returns whether `others` differ from a digest of `digests` by the same algorithm.
 bool contradict(const Digests& digests, const Digests& others) {
     return std::any_of(digests.begin(), digests.end(), [&](const std::string& digest) {
         return others.count(digest) == 0 &&
                std::any_of(others.begin(), others.end(), [&](const std::string& other) {
-                   return algorithmOf(other) == algorithmOf(digest);
+                   return prefixOf(other) == prefixOf(digest);
                });
     });
 }
 
-Change changeOf(const DigestTexts& before, const DigestTexts& after) {
+Change changeOf(const Views& before, const Views& after) {
     if (after.empty())
         return Change::kRemoved;
     if (before == after)
@@ -120,21 +137,76 @@ Change changeOf(const DigestTexts& before, const DigestTexts& after) {
     return contradict(old, now) || contradict(now, old) ? Change::kChanged : Change::kRehashed;
 }
 
-// Returns whether there is a difference.
-bool reportDifferences(const Names& before, const Names& after, ChangeReport& report) {
-    for (const Entry& entry : before.entries()) {
-        stopIfInterrupted();
-        const DigestTexts& now = after.digestsOf(entry.name);
-        report.add(changeOf(entry.digests, now), entry.name, entry.digests, now);
+// The differences of two lists: of each name, at the line where it comes first.
+class Comparison {
+public:
+    Comparison(const NamedRecords& before, const NamedRecords& after)
+        : before_(before), after_(after), changes_(before.list().size()),
+          isAdded_(after.list().size()) {
+        std::size_t place = 0;
+        for (std::size_t old = 0; old < before.size(); old = before.endOf(old)) {
+            stopIfInterrupted();
+            place = addUpTo(before.name(old), place);
+            place = compare(old, place);
+        }
+        while (place < after.size())
+            place = add(place);
     }
-    for (const Entry& entry : after.entries()) {
-        stopIfInterrupted();
-        if (before.digestsOf(entry.name).empty())
-            report.add(Change::kAdded, entry.name, {}, entry.digests);
+
+    // Returns whether there is a difference.
+    bool report(ChangeReport& report) const {
+        for (std::size_t line = 0; line < changes_.size(); ++line) {
+            stopIfInterrupted();
+            if (changes_[line])
+                this->report(report, *changes_[line], before_.list().name(line));
+        }
+        for (std::size_t line = 0; line < isAdded_.size(); ++line) {
+            stopIfInterrupted();
+            if (isAdded_[line])
+                this->report(report, Change::kAdded, after_.list().name(line));
+        }
+        return report.of(Change::kRemoved) + report.of(Change::kChanged) +
+                   report.of(Change::kRehashed) + report.of(Change::kAdded) >
+               0;
     }
-    return report.of(Change::kUnchanged) != before.entries().size() ||
-           report.of(Change::kAdded) > 0;
-}
+
+private:
+    std::size_t add(std::size_t place) {
+        isAdded_[after_.line(place)] = true;
+        return after_.endOf(place);
+    }
+
+    // Returns the first place whose name is not before `name`.
+    std::size_t addUpTo(std::string_view name, std::size_t place) {
+        const WalkOrder isBefore;
+        while (place < after_.size() && isBefore(after_.name(place), name))
+            place = add(place);
+        return place;
+    }
+
+    std::size_t compare(std::size_t old, std::size_t place) {
+        const bool isInBoth = place < after_.size() && after_.name(place) == before_.name(old);
+        const std::size_t end = isInBoth ? after_.endOf(place) : place;
+        changes_[before_.line(old)] =
+            changeOf(before_.digests(old, before_.endOf(old)), after_.digests(place, end));
+        return end;
+    }
+
+    void report(ChangeReport& report, Change change, std::string_view name) const {
+        if (change == Change::kUnchanged)
+            report.add(change, "", {}, {});
+        else
+            report.add(change, std::string(name), texts(before_.digestsOf(name)),
+                       texts(after_.digestsOf(name)));
+    }
+
+    static DigestTexts texts(const Views& views) { return {views.begin(), views.end()}; }
+
+    const NamedRecords& before_;
+    const NamedRecords& after_;
+    std::vector<std::optional<Change>> changes_; // of OLD's lines
+    std::vector<bool> isAdded_;                  // of NEW's lines
+};
 
 void summarise(const ChangeReport& report, const CompareOptions& options, Console& console) {
     if (options.json) {
@@ -150,13 +222,13 @@ void summarise(const ChangeReport& report, const CompareOptions& options, Consol
 
 int runCompare(const Args& args, Console& console) {
     const CompareOptions options = parseCompare(args);
-    const Names before(options.before);
-    const Names after(options.after);
+    const NamedRecords before(options.before);
+    const NamedRecords after(options.after);
     ChangeReport report(
         console,
         {Change::kUnchanged, Change::kChanged, Change::kRemoved, Change::kRehashed, Change::kAdded},
         options.json);
-    const bool differ = reportDifferences(before, after, report);
+    const bool differ = Comparison(before, after).report(report);
     summarise(report, options, console);
     return differ ? kFailed : kDone;
 }

@@ -2,21 +2,24 @@
 
 #include "cli/args/options.h"
 #include "cli/commands.h"
-#include "cli/hashing/digester.h"
+#include "cli/files/file_source.h"
+#include "cli/hashing/file_hasher.h"
 #include "cli/process/error.h"
 #include "cli/process/exit_status.h"
 #include "cli/process/signals.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace cli {
 
 namespace {
 
 struct HashOptions {
-    std::vector<HashFileChecker::Alg> algorithms;
+    FileHasher::Algorithms algorithms;
     bool upper = false;
     bool bare = false;
     std::vector<std::string> files;
@@ -24,8 +27,8 @@ struct HashOptions {
 
 void refuseNonsense(const HashOptions& options) {
     const auto& algorithms = options.algorithms;
-    if (options.bare &&
-        std::count(algorithms.begin(), algorithms.end(), HashFileChecker::GOST_RFC4357) > 0)
+    const Algorithm* const gost94 = &kAlgorithms[HashFileChecker::GOST_RFC4357];
+    if (options.bare && std::count(algorithms.begin(), algorithms.end(), gost94) > 0)
         throw UsageError("--bare cannot be used with gost94: 64 bare digits are read as gost2012");
     if (std::count(options.files.begin(), options.files.end(), "-") > 1)
         throw UsageError("standard input (-) can be read only once");
@@ -56,7 +59,7 @@ HashOptions parseHash(const Args& args) {
     if (names.empty())
         names.emplace_back(kDefaultAlgorithm);
     for (const std::string& name : names)
-        options.algorithms.push_back(algorithmNamed(name));
+        options.algorithms.push_back(&algorithmNamed(name));
     if (options.files.empty())
         options.files.emplace_back("-");
     refuseNonsense(options);
@@ -88,43 +91,64 @@ void expectAll(const std::vector<std::string>& files, Progress& progress) {
     progress.expect({files.size(), known ? bytes : 0});
 }
 
-void hashFile(const std::string& file, const HashOptions& options, Digester& digester,
-              Console& console) {
-    FileSource source = file == "-" ? FileSource::standardInput() : FileSource::open(file);
-    digester.read(source, console.progress());
-    for (const auto& digest : digester.digests()) {
-        std::string line = options.bare ? "" : file + "=";
-        line += digest->ToStr(options.upper, !options.bare);
-        console.print(line);
+// Hashes everything that a pipe, a device or standard input yields.
+FileHasher::Result hashStream(const std::string& file, const HashOptions& options,
+                              FileHasher& hasher) {
+    try {
+        const FileSource source =
+            file == "-" ? FileSource::copyOf(STDIN_FILENO) : FileSource::open(file);
+        return hasher.hashStream(source.descriptor(), options.algorithms);
+    } catch (const std::system_error& error) {
+        return HashError{error.code().value(), errorText(error.code().value()), false};
     }
 }
 
-// Returns false, with a note, when the file cannot be read.
-bool tryToHash(const std::string& file, const HashOptions& options, Digester& digester,
+FileHasher::Result hashFile(const std::string& file, const HashOptions& options,
+                            FileHasher& hasher) {
+    if (file == "-")
+        return hashStream(file, options, hasher);
+    if (FileHasher::Result error = hasher.look(file.c_str()))
+        return error;
+    const mode_t mode = hasher.status().st_mode;
+    return S_ISREG(mode) || S_ISDIR(mode) ? hasher.hash(file.c_str(), options.algorithms)
+                                          : hashStream(file, options, hasher);
+}
+
+void print(const std::string& file, const std::vector<Digest>& digests, const HashOptions& options,
+           Console& console) {
+    for (const Digest& digest : digests) {
+        const std::string name = options.bare ? "" : file + "=";
+        console.print(name + digest.text(options.upper, !options.bare));
+    }
+}
+
+// Returns false, with a message, when the file cannot be read.
+bool tryToHash(const std::string& file, const HashOptions& options, FileHasher& hasher,
                Console& console) {
-    try {
-        hashFile(file, options, digester, console);
-        console.progress().addFile();
-        return true;
-    } catch (const std::system_error& error) {
-        console.error(file + ": " + errorText(error.code().value()) +
-                      hintFor(file, error.code().value()));
+    if (const FileHasher::Result error = hashFile(file, options, hasher)) {
+        console.error(file + ": " + error->reason + hintFor(file, error->number));
         return false;
     }
+    print(file, hasher.digests(), options, console);
+    console.progress().addFile();
+    return true;
 }
 
 } // namespace
 
 int runHash(const Args& args, Console& console) {
     const HashOptions options = parseHash(args);
-    Digester digester(options.algorithms);
+    FileHasher hasher([&](std::size_t bytes) {
+        stopIfInterrupted();
+        console.progress().addBytes(bytes);
+    });
     expectAll(options.files, console.progress());
     std::size_t hashed = 0;
     std::size_t failed = 0;
     try {
         for (const std::string& file : options.files) {
             stopIfInterrupted();
-            ++(tryToHash(file, options, digester, console) ? hashed : failed);
+            ++(tryToHash(file, options, hasher, console) ? hashed : failed);
         }
     } catch (const Interrupted&) {
         console.error("interrupted: " + std::to_string(hashed) + " of " +

@@ -1,23 +1,23 @@
 // pelorik list: makes a hash list of files and directories.
 
-#include "checker/hashfile_checker.h"
 #include "cli/args/options.h"
 #include "cli/commands.h"
 #include "cli/files/atomic_output.h"
 #include "cli/files/directory_walk.h"
 #include "cli/files/line_reader.h"
 #include "cli/hashing/checkpoint.h"
-#include "cli/hashing/digester.h"
-#include "cli/hashing/file_hasher.h"
 #include "cli/hashing/hash_list.h"
+#include "cli/hashing/name_index.h"
+#include "cli/hashing/parallel_hasher.h"
 #include "cli/process/error.h"
 #include "cli/process/exit_status.h"
 #include "cli/process/signals.h"
 
 #include <algorithm>
-#include <ctime>
+#include <atomic>
+#include <deque>
+#include <numeric>
 #include <optional>
-#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,7 +28,8 @@ namespace {
 constexpr std::size_t kLongestPath = 4096; // more than the system opens
 
 struct ListOptions {
-    HashFileChecker::Alg algorithm = HashFileChecker::GOST_3411_2012;
+    const Algorithm* algorithm = nullptr;
+    unsigned jobs = usableProcessors();
     bool recursive = false;
     std::vector<std::string> excludes;
     std::optional<std::string> filesFrom;
@@ -65,6 +66,8 @@ void declare(OptionParser& line, ListOptions& options, std::optional<std::string
     line.value("--files-from", "LIST", options.filesFrom,
                "list the paths in the file LIST, too, one a line; - is standard input");
     line.flag("-0,--null", options.zeroSeparated, "the paths in LIST end with zero bytes");
+    line.number("-j,--jobs", "N", options.jobs,
+                "hash N files at a time; by default as many as the process may use processors");
     line.flag("--keep-going", options.keepGoing, "leave out files that cannot be read");
     line.value(
         "-o,--output", "OUT", options.out,
@@ -78,14 +81,14 @@ void declare(OptionParser& line, ListOptions& options, std::optional<std::string
 
 ListOptions parseList(const Args& args) {
     OptionParser line("list [-a ALG] [-r] [--exclude GLOB]... [--files-from LIST|-] [-0] "
-                      "[--keep-going] [--resume] [-o OUT] PATH...",
+                      "[-j N] [--keep-going] [--resume] [-o OUT] PATH...",
                       "Writes a hash list of the files PATH, under the names as they are given.");
     ListOptions options;
     std::optional<std::string> algorithm;
     declare(line, options, algorithm);
     describe(line);
     options.paths = line.parse(args);
-    options.algorithm = algorithmNamed(algorithm.value_or(kDefaultAlgorithm));
+    options.algorithm = &algorithmNamed(algorithm.value_or(kDefaultAlgorithm));
     if (options.out == "-")
         options.out.reset();
     if (options.resume && !options.out)
@@ -97,69 +100,104 @@ ListOptions parseList(const Args& args) {
     return options;
 }
 
-void addPathsFrom(const ListOptions& options, std::vector<std::string>& paths) {
-    Lines lines(*options.filesFrom, options.zeroSeparated ? '\0' : '\n', kLongestPath);
+// Calls `visit` with each path in the file for --files-from.
+template<class Visit>
+void visitPathsFrom(const ListOptions& options, Visit visit) {
+    LineReader lines(openText(*options.filesFrom), *options.filesFrom,
+                     options.zeroSeparated ? '\0' : '\n', kLongestPath);
     while (lines.next()) {
         if (lines.line().size() > kLongestPath)
             lines.refuse("longer than a path can be");
         if (lines.line().find('\0') != std::string::npos)
             lines.refuse("holds a zero byte (-0 reads names that end with one)");
         if (!lines.line().empty())
-            paths.push_back(lines.line());
+            visit(lines.line());
     }
 }
 
-// Where standard output is a file, that file would be listed as it is now: still without the list.
-bool isStandardOutput(const struct stat& status) {
-    struct stat output {};
-    return ::fstat(STDOUT_FILENO, &output) == 0 && S_ISREG(output.st_mode) &&
-           status.st_dev == output.st_dev && status.st_ino == output.st_ino;
-}
-
 // Makes one list. The steps are taken in order; each throws `Error` when it ends the command.
-class Listing {
+class Listing : private HashTask {
 public:
     Listing(const ListOptions& options, Console& console);
 
     void find();
-    void refuseUnsafeNames() const;
+    void requireListable() const;
+    void resume();
     void hash();
     void write();
 
     bool lacksFiles() const { return unreadable_ > 0; }
 
-    // Keeps what is there to go on from, and tells so.
+    // Keeps the checkpoint, and reports that.
     void giveUp();
 
 private:
+    struct File {
+        const char* name;
+        bool isListed = false;
+        bool isKnown = false; // `digest` is that of a checkpoint
+        Digest digest{};
+    };
+
+    std::size_t count() const override { return files_.size(); }
+    const char* path(std::size_t index) const override { return files_[index].name; }
+    const Algorithm* algorithm(std::size_t) const override { return options_.algorithm; }
+    bool opensOnly() const override { return isInVain_; }
+    HashDecision decide(std::size_t index, const struct stat& status) const override;
+    bool finish(std::size_t index, HashedFile& file) override;
+    void idle(std::uint64_t bytes) override;
+
+    void add(File& listed, const HashedFile& file);
+    void addLeftOut();
     bool isLeftOut(const std::string& name, const struct stat& status) const;
-    std::string digestOf(const FoundFile& file);
-    bool hashFile(const FoundFile& file, bool justOpen);
+    bool isError(const HashedFile& file) const;
+    void useCheckpoint(std::string_view name, const Fingerprint& fingerprint,
+                       std::string_view digest, const std::vector<std::size_t>& order);
     void expectAll();
     void stopIfUnreadable() const;
 
     const ListOptions& options_;
     Console& console_;
-    Digester digester_;
     std::optional<AtomicOutput> output_;
     std::optional<Checkpoint> checkpoint_;
-    std::size_t resumed_ = 0; // files that were hashed before
-    std::vector<FoundFile> files_;
-    std::list<HashFileChecker::HashPair> pairs_;
+    std::optional<FileSystemClock> clock_;
+    std::atomic<double> now_{0}; // by the clock, and hardly ever late
+    std::vector<FileIdentity> leftOut_;
+    TextArena names_;
+    std::deque<File> files_;
+    std::deque<Fingerprint> fingerprints_; // of the checkpoint, for each file; or empty
+    std::size_t hashed_ = 0;
+    std::size_t resumed_ = 0; // of them, those that were hashed before
     std::size_t unreadable_ = 0;
+    std::atomic<bool> isInVain_{false}; // nothing will be written
 };
 
 Listing::Listing(const ListOptions& options, Console& console)
-    : options_(options), console_(console), digester_({options.algorithm}) {
-    if (!options.out)
-        return;
-    output_.emplace(*options.out);
-    if (!output_->isInPlace())
-        checkpoint_.emplace(output_->target(), options.algorithm);
-    else if (options.resume)
-        throw Error(*options.out + ": is no regular file, so that there is nothing to resume");
-    if (options.resume)
-        checkpoint_->resume();
+    : options_(options), console_(console) {
+    if (options.out) {
+        output_.emplace(*options.out);
+        if (!output_->isInPlace())
+            checkpoint_.emplace(output_->target());
+        else if (options.resume)
+            throw Error(*options.out + ": is no regular file, so that there is nothing to resume");
+    }
+    addLeftOut();
+}
+
+// A list never names itself: it would be hashed as it is before it is written.
+void Listing::addLeftOut() {
+    struct stat status {};
+    if (output_)
+        leftOut_.emplace_back(*options_.out);
+    else if (::fstat(STDOUT_FILENO, &status) == 0 && S_ISREG(status.st_mode))
+        leftOut_.emplace_back(STDOUT_FILENO);
+    if (checkpoint_)
+        leftOut_.emplace_back(checkpoint_->path());
+}
+
+bool Listing::isLeftOut(const std::string& name, const struct stat& status) const {
+    return std::any_of(leftOut_.begin(), leftOut_.end(),
+                       [&](const FileIdentity& file) { return file.isAt(name, status); });
 }
 
 void Listing::stopIfUnreadable() const {
@@ -168,25 +206,25 @@ void Listing::stopIfUnreadable() const {
                     " could not be read (--keep-going lists the others)");
 }
 
-bool Listing::isLeftOut(const std::string& name, const struct stat& status) const {
-    if (!output_)
-        return isStandardOutput(status);
-    return output_->replaces(name, status) || (checkpoint_ && checkpoint_->isAt(name, status));
-}
-
 void Listing::find() {
-    std::vector<std::string> paths = options_.paths;
-    if (options_.filesFrom)
-        addPathsFrom(options_, paths);
-    const auto leaveOut = [this](const std::string& name, const struct stat& status) {
-        return isLeftOut(name, status);
-    };
     const auto note = [this](const std::string& line) { console_.error(line); };
-    Walk walk({options_.recursive, options_.excludes, leaveOut, note, nullptr});
-    for (const std::string& path : paths)
-        walk.add(path);
-    files_ = walk.files();
-    unreadable_ = walk.unreadable();
+    DirectoryWalk walk({
+        .entries = DirectoryWalk::Entries::kFiles,
+        .recursive = options_.recursive,
+        .excludes = options_.excludes,
+        .leftOut = leftOut_,
+        .onEntry = [this](const std::string& name) { files_.push_back({names_.add(name)}); },
+        .onUnreadable =
+            [this](const std::string& name, const std::string& why) {
+                console_.error(name + ": " + why);
+                ++unreadable_;
+            },
+        .note = note,
+    });
+    for (const std::string& path : options_.paths)
+        walk.visit(path);
+    if (options_.filesFrom)
+        visitPathsFrom(options_, [&](const std::string& path) { walk.visit(path); });
     walk.noteUnfollowedLinks();
     if (walk.refusedDirectories() > 0)
         throw Error("nothing was written: directories need -r");
@@ -195,92 +233,155 @@ void Listing::find() {
         throw Error("nothing to list");
 }
 
-void Listing::refuseUnsafeNames() const {
-    if (reportUnlistable(files_, options_.algorithm, console_))
+void Listing::requireListable() const {
+    bool isListable = true;
+    for (const File& file : files_) {
+        const std::string error = validationError(file.name, options_.algorithm->textLength());
+        if (error.empty())
+            continue;
+        console_.error(std::string(file.name) + ": " + error + " cannot stand in a hash list");
+        isListable = false;
+    }
+    if (!isListable)
         throw Error("nothing was written (--exclude leaves names out)");
 }
 
-void Listing::expectAll() {
-    Amount total{files_.size(), 0};
-    for (const FoundFile& file : files_)
-        total.bytes += file.size;
-    console_.progress().expect(total);
-}
-
-std::string Listing::digestOf(const FoundFile& file) {
-    const std::time_t opened = std::time(nullptr);
-    ListedFile listed(file.name);
+// The files that the checkpoint names are found in an ordered table.
+void Listing::resume() {
     if (!checkpoint_)
-        return listed.digest(digester_, console_.progress());
-    std::string digest = checkpoint_->digestOf(file.name, listed.status());
-    if (!digest.empty()) {
-        ++resumed_;
-        console_.progress().addBytes(file.size);
-        return digest;
-    }
-    checkpoint_->expect(file.size);
-    digest = listed.digest(digester_, console_.progress());
-    checkpoint_->add(file.name, listed.status(), opened, digest);
-    return digest;
+        return;
+    clock_.emplace(checkpoint_->path());
+    now_ = clock_->now();
+    if (!options_.resume)
+        return;
+    std::vector<std::size_t> order(files_.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    const WalkOrder isBefore;
+    std::sort(order.begin(), order.end(), [&](std::size_t left, std::size_t right) {
+        return isBefore(files_[left].name, files_[right].name);
+    });
+    fingerprints_.resize(files_.size());
+    checkpoint_->resume(
+        [&](std::string_view name, const Fingerprint& fingerprint, std::string_view digest) {
+            useCheckpoint(name, fingerprint, digest, order);
+        });
 }
 
-// Returns false, with a note, when the file cannot be listed.
-bool Listing::hashFile(const FoundFile& file, bool justOpen) {
-    try {
-        if (justOpen)
-            ListedFile(file.name);
-        else
-            pairs_.push_back({file.name, digestOf(file)});
-        return true;
-    } catch (const NotHashable& refused) {
-        console_.error(file.name + ": " + refused.why);
-        return false;
+void Listing::useCheckpoint(std::string_view name, const Fingerprint& fingerprint,
+                            std::string_view digest, const std::vector<std::size_t>& order) {
+    const std::optional<Digest> known = Digest::parse(*options_.algorithm, digest);
+    if (!known)
+        return;
+    const WalkOrder isBefore;
+    auto place = std::lower_bound(
+        order.begin(), order.end(), name,
+        [&](std::size_t file, std::string_view key) { return isBefore(files_[file].name, key); });
+    for (; place != order.end() && files_[*place].name == name; ++place) {
+        files_[*place].isKnown = true;
+        files_[*place].digest = *known;
+        fingerprints_[*place] = fingerprint;
     }
+}
+
+HashDecision Listing::decide(std::size_t index, const struct stat& status) const {
+    const File& file = files_[index];
+    if (isLeftOut(file.name, status)) // some directories have other inode numbers than files
+        return {HashDecision::kLeaveOut, {}, false};
+    if (file.isKnown && fingerprints_[index] == Fingerprint(status))
+        return {HashDecision::kUseKnown, file.digest, false};
+    return {HashDecision::kRead, {}, isSettled(status, now_)};
+}
+
+// When nothing will be written any more, the other files are only opened; errors of reading those
+// that are read all the same do not count.
+bool Listing::isError(const HashedFile& file) const {
+    return file.error && !(isInVain_ && file.error->opened);
+}
+
+bool Listing::finish(std::size_t index, HashedFile& file) {
+    if (file.action == HashDecision::kLeaveOut)
+        return true;
+    File& listed = files_[index];
+    if (isError(file)) {
+        console_.error(std::string(listed.name) + ": " + file.error->reason);
+        ++unreadable_;
+        isInVain_ = !options_.keepGoing;
+    } else if (file.digest) {
+        add(listed, file);
+    }
+    return true;
+}
+
+void Listing::add(File& listed, const HashedFile& file) {
+    listed.isListed = true;
+    listed.digest = *file.digest;
+    ++hashed_;
+    if (file.action == HashDecision::kUseKnown)
+        ++resumed_;
+    else if (checkpoint_ && file.isSettled)
+        checkpoint_->add(listed.name, file.status, *file.digest);
+}
+
+void Listing::idle(std::uint64_t bytes) {
+    if (!checkpoint_)
+        return;
+    now_ = clock_->now();
+    checkpoint_->saveIfDue(bytes);
+}
+
+void Listing::expectAll() {
+    if (!console_.progress().shown())
+        return;
+    Amount total{files_.size(), 0};
+    for (const File& file : files_) {
+        stopIfInterrupted();
+        struct stat status {};
+        if (::stat(file.name, &status) == 0)
+            total.bytes += static_cast<std::uint64_t>(status.st_size);
+    }
+    console_.progress().expect(total);
 }
 
 void Listing::hash() {
     expectAll();
-    for (const FoundFile& file : files_) {
-        stopIfInterrupted();
-        // When nothing will be written any more, the rest is only asked whether it could be read.
-        const bool inVain = unreadable_ > 0 && !options_.keepGoing;
-        if (!hashFile(file, inVain))
-            ++unreadable_;
-        console_.progress().addFile();
-    }
+    ParallelHasher hasher(options_.jobs, console_.progress());
+    if (hasher.run(*this) == ParallelHasher::End::kInterrupted)
+        throw Interrupted();
     stopIfUnreadable();
     if (checkpoint_ && checkpoint_->isResumed())
         console_.error("resumed: " + std::to_string(resumed_) + " of " +
                        std::to_string(files_.size()) + " files were hashed before");
-    if (pairs_.empty())
-        throw Error("nothing to list: no file could be read");
+    if (hashed_ == 0)
+        throw Error(unreadable_ > 0 ? "nothing to list: no file could be read" : "nothing to list");
 }
 
 void Listing::write() {
     console_.progress().erase();
-    std::ostringstream text;
-    text.exceptions(std::ios::badbit); // passes on that memory has ended
-    HashFileChecker::PrintHashes(pairs_, text);
-    if (output_) {
-        output_->commit(text.view());
-        if (checkpoint_)
-            checkpoint_->remove();
-        return;
+    std::string text;
+    for (const File& file : files_) {
+        if (!file.isListed)
+            continue;
+        const std::string line = file.name + ("=" + file.digest.text());
+        if (output_)
+            text += line + "\n";
+        else
+            console_.print(line);
     }
-    std::istringstream lines(std::move(text).str());
-    lines.exceptions(std::ios::badbit);
-    for (std::string line; std::getline(lines, line);)
-        console_.print(line);
+    if (output_)
+        output_->commit(text);
+    if (checkpoint_)
+        checkpoint_->remove();
 }
 
 void Listing::giveUp() {
-    const int error = checkpoint_ && !pairs_.empty() ? checkpoint_->save() : 0;
+    const bool isKept = checkpoint_ && hashed_ > 0;
+    const int error = isKept ? checkpoint_->save() : 0;
     std::string kept = "nothing was written";
     if (error != 0)
         kept += ", as " + checkpoint_->path() + " could not be: " + errorText(error);
-    else if (checkpoint_ && !pairs_.empty())
+    else if (isKept)
         kept = "--resume goes on from " + checkpoint_->path();
-    console_.error("interrupted: " + std::to_string(pairs_.size()) + " of " +
+    console_.error("interrupted: " + std::to_string(hashed_) + " of " +
                    std::to_string(files_.size()) + " files hashed, " + kept);
 }
 
@@ -291,7 +392,8 @@ int runList(const Args& args, Console& console) {
     Listing listing(options, console);
     try {
         listing.find();
-        listing.refuseUnsafeNames();
+        listing.requireListable();
+        listing.resume();
         listing.hash();
     } catch (const Interrupted&) {
         listing.giveUp();

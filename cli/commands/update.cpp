@@ -4,25 +4,28 @@
 #include "cli/commands.h"
 #include "cli/files/atomic_output.h"
 #include "cli/files/directory_walk.h"
-#include "cli/hashing/algorithm.h"
 #include "cli/hashing/changes.h"
-#include "cli/hashing/file_hasher.h"
 #include "cli/hashing/hash_list.h"
+#include "cli/hashing/name_index.h"
+#include "cli/hashing/parallel_hasher.h"
 #include "cli/process/error.h"
 #include "cli/process/exit_status.h"
 #include "cli/process/signals.h"
 
 #include <algorithm>
-#include <map>
+#include <atomic>
+#include <deque>
 #include <optional>
 #include <set>
+#include <sys/stat.h>
 
 namespace cli {
 
 namespace {
 
 struct UpdateOptions {
-    HashFileChecker::Alg algorithm = HashFileChecker::GOST_3411_2012;
+    const Algorithm* algorithm = nullptr;
+    unsigned jobs = usableProcessors();
     bool recursive = false;
     std::vector<std::string> excludes;
     bool prune = false;
@@ -52,6 +55,8 @@ void declare(OptionParser& line, UpdateOptions& options, std::optional<std::stri
                std::string(kAlgorithmNames) + " (the default) for entries that are added, or whose "
                                               "digest names no known algorithm; the others keep "
                                               "theirs");
+    line.number("-j,--jobs", "N", options.jobs,
+                "hash N files at a time; by default as many as the process may use processors");
     line.flag("-r,--recursive", options.recursive, "add the files under directories, too");
     line.values("--exclude", "GLOB", options.excludes,
                 "do not add names that match the whole of GLOB; entries of LIST stay");
@@ -69,7 +74,8 @@ void declare(OptionParser& line, UpdateOptions& options, std::optional<std::stri
 
 UpdateOptions parseUpdate(const Args& args) {
     OptionParser line(
-        "update [-a ALG] [-r] [--exclude GLOB]... [--prune] [--dry-run] [--keep-going] [--quiet] "
+        "update [-a ALG] [-j N] [-r] [--exclude GLOB]... [--prune] [--dry-run] [--keep-going] "
+        "[--quiet] "
         "[--json] LIST [PATH]...",
         "Computes the digests of all files in the hash list LIST anew, adds the files PATH that it "
         "does not name yet at its end, and prints what has changed. The entries keep their order "
@@ -80,7 +86,7 @@ UpdateOptions parseUpdate(const Args& args) {
     declare(line, options, algorithm);
     describe(line);
     std::vector<std::string> operands = line.parse(args);
-    options.algorithm = algorithmNamed(algorithm.value_or(kDefaultAlgorithm));
+    options.algorithm = &algorithmNamed(algorithm.value_or(kDefaultAlgorithm));
     if (operands.empty())
         throw UsageError("update which LIST?");
     options.list = operands.front();
@@ -91,12 +97,14 @@ UpdateOptions parseUpdate(const Args& args) {
 }
 
 // Updates one list. The steps are taken in order; each throws `Error` when it ends the command.
-class Update {
+//
+// The files to be hashed are the lines of the list, and after them the new files.
+class Update : private HashTask {
 public:
     Update(const UpdateOptions& options, Console& console);
 
     void findNewFiles();
-    void recompute();
+    void hash();
     void report();
     void write();
     void summarise() const;
@@ -105,87 +113,119 @@ public:
 
 private:
     struct Outcome {
-        Change change;
-        std::string name;
-        DigestTexts before;
-        DigestTexts after;
+        Change change = Change::kUnchanged;
+        Digest digest; // of a changed or new file
     };
 
-    // When nothing will be written any more, files are only asked whether they could be read.
-    bool isInVain() const { return unreadable_ > 0 && !options_.keepGoing; }
+    std::size_t count() const override { return list_.size() + newFiles_.size(); }
+    bool isFile(std::size_t index) const override { return isNew(index) || list_.isRecord(index); }
+    const char* path(std::size_t index) const override { return name(index).data(); }
+    const Algorithm* algorithm(std::size_t index) const override;
+    bool opensOnly() const override { return isInVain_; }
+    bool finish(std::size_t index, HashedFile& file) override;
+    void idle(std::uint64_t) override {}
+
+    bool isNew(std::size_t index) const { return index >= list_.size(); }
+    std::string_view name(std::size_t index) const {
+        return isNew(index) ? newFiles_[index - list_.size()] : list_.name(index);
+    }
+    std::string_view digestBefore(std::size_t index) const {
+        return isNew(index) ? std::string_view() : list_.digest(index);
+    }
+    bool isLeftOut(std::size_t index) const {
+        return isNew(index) && outcomes_[index].change == Change::kUnreadable;
+    }
     bool isToBeWritten() const;
 
-    std::string digestOf(const std::string& name, HashFileChecker::Alg algorithm);
+    void requireListable() const;
+    void requireEntries() const;
     void expectAll();
-    void recompute(const ListLine& line);
-    void keepWithoutFile(const ListLine& line, const NotHashable& refused);
-    void addFile(const std::string& name);
-    void append(const std::string& line) { text_ += line + "\n"; }
-    void leaveOut(const std::string& name, const std::string& why);
+    Outcome outcomeOf(std::size_t index, const HashedFile& file);
+    Outcome outcomeOfError(std::size_t index, const HashError& error);
+    void addUnreadable(std::string_view name, const std::string& why);
+    void report(std::size_t index, const Outcome& outcome);
+    std::string newText() const;
     void printJsonSummary() const;
 
     const UpdateOptions& options_;
     Console& console_;
     AtomicOutput output_;
-    const std::vector<ListLine> lines_;
-    std::vector<FoundFile> newFiles_;
-    std::map<HashFileChecker::Alg, Digester> digesters_;
-    std::vector<Outcome> outcomes_;
-    std::vector<std::string> leftOut_; // new files that could not be read
-    std::string text_;                 // of the new list
+    const HashList list_;
+    TextArena newNames_;
+    std::deque<std::string_view> newFiles_;
+    std::deque<Outcome> outcomes_;     // of the list's lines and the new files
+    std::vector<std::string> leftOut_; // paths that could not be added
     ChangeReport report_;
     std::size_t unreadable_ = 0;
+    std::atomic<bool> isInVain_{false}; // nothing will be written
 };
 
 Update::Update(const UpdateOptions& options, Console& console)
     : options_(options), console_(console), output_(options.list, !options.dryRun),
-      lines_(readListLines(options.list)),
+      list_(options.list, HashList::Lines::kAll),
       report_(console,
               {Change::kUnchanged, Change::kChanged, Change::kRemoved, Change::kMissing,
                Change::kUnreadable, Change::kAdded},
               options.json) {}
 
-std::string Update::digestOf(const std::string& name, HashFileChecker::Alg algorithm) {
-    ListedFile file(name);
-    if (isInVain())
-        return "";
-    Digester& digester = digesters_.try_emplace(algorithm, std::vector{algorithm}).first->second;
-    return file.digest(digester, console_.progress());
-}
-
 void Update::findNewFiles() {
-    std::set<std::string> known;
-    for (const ListLine& line : lines_) {
-        if (line.isRecord())
-            known.insert(line.name());
-    }
-    const auto isKnown = [&](const std::string& name, const struct stat& status) {
-        return output_.replaces(name, status) || !known.insert(name).second;
-    };
-    const auto note = [this](const std::string& line) { console_.error(line); };
-    const auto onUnreadable = [this](const std::string& name, const std::string& why) {
-        leaveOut(name, why);
-    };
-    Walk walk({options_.recursive, options_.excludes, isKnown, note, onUnreadable});
+    if (options_.paths.empty())
+        return;
+    const NameIndex<WalkOrder> listed(list_);
+    std::set<std::string_view, WalkOrder> found;
+    DirectoryWalk walk({
+        .entries = DirectoryWalk::Entries::kFiles,
+        .recursive = options_.recursive,
+        .excludes = options_.excludes,
+        .leftOut = {FileIdentity(options_.list)},
+        .onEntry =
+            [&](const std::string& name) {
+                if (listed.contains(name) || found.contains(name))
+                    return;
+                newFiles_.emplace_back(newNames_.add(name), name.size());
+                found.insert(newFiles_.back());
+            },
+        .onUnreadable =
+            [this](const std::string& name, const std::string& why) {
+                addUnreadable(name, why);
+                leftOut_.push_back(name);
+            },
+        .note = [this](const std::string& line) { console_.error(line); },
+    });
     for (const std::string& path : options_.paths)
-        walk.add(path);
-    newFiles_ = walk.files();
+        walk.visit(path);
     walk.noteUnfollowedLinks();
     if (walk.refusedDirectories() > 0)
         throw Error(options_.list + " is as it was: directories need -r");
-    if (reportUnlistable(newFiles_, options_.algorithm, console_))
+    requireListable();
+}
+
+void Update::requireListable() const {
+    bool isListable = true;
+    for (const std::string_view name : newFiles_) {
+        const std::string error = validationError(name, options_.algorithm->textLength());
+        if (error.empty())
+            continue;
+        console_.error(std::string(name) + ": " + error + " cannot stand in a hash list");
+        isListable = false;
+    }
+    if (!isListable)
         throw Error(options_.list + " is as it was (--exclude leaves names out)");
+}
+
+const Algorithm* Update::algorithm(std::size_t index) const {
+    const Algorithm* const listed = algorithmOf(digestBefore(index));
+    return listed != nullptr ? listed : options_.algorithm;
 }
 
 void Update::expectAll() {
     if (!console_.progress().shown())
         return;
-    Amount total{newFiles_.size(), 0};
-    for (const FoundFile& file : newFiles_)
-        total.bytes += file.size;
-    for (const ListLine& line : lines_) {
+    Amount total;
+    for (std::size_t i = 0; i < count(); ++i) {
+        stopIfInterrupted();
         struct stat status {};
-        if (!line.isRecord() || ::stat(line.name().c_str(), &status) != 0)
+        if (!isFile(i) || ::stat(path(i), &status) != 0)
             continue;
         ++total.files;
         total.bytes += static_cast<std::uint64_t>(status.st_size);
@@ -193,82 +233,77 @@ void Update::expectAll() {
     console_.progress().expect(total);
 }
 
-void Update::keepWithoutFile(const ListLine& line, const NotHashable& refused) {
-    const std::string name = line.name();
-    if (refused.isMissing && options_.prune) {
-        outcomes_.push_back({Change::kRemoved, name, {line.digest()}, {}});
-        return;
-    }
-    append(line.text);
-    const Change change = refused.isMissing ? Change::kMissing : Change::kUnreadable;
-    outcomes_.push_back({change, name, {line.digest()}, {}});
-    if (refused.isMissing)
-        return;
-    console_.error(name + ": " + refused.why);
+void Update::addUnreadable(std::string_view name, const std::string& why) {
+    console_.error(std::string(name) + ": " + why);
     ++unreadable_;
+    isInVain_ = !options_.keepGoing;
 }
 
-void Update::recompute(const ListLine& line) {
-    const std::string before = line.digest();
-    const auto algorithm = algorithmNamedBy(before).value_or(options_.algorithm);
-    try {
-        const std::string now = digestOf(line.name(), algorithm);
-        const bool same = canonicalDigest(before) == now;
-        const std::string reason = same ? "" : validationError(line.name(), now.size());
-        if (!reason.empty())
-            throw Error(line.name() + ": " + reason + " cannot stand in a hash list");
-        append(same ? line.text : line.name() + "=" + now);
-        outcomes_.push_back(
-            {same ? Change::kUnchanged : Change::kChanged, line.name(), {before}, {now}});
-    } catch (const NotHashable& refused) {
-        keepWithoutFile(line, refused);
-    }
+Update::Outcome Update::outcomeOfError(std::size_t index, const HashError& error) {
+    if (error.isMissing() && !isNew(index))
+        return {options_.prune ? Change::kRemoved : Change::kMissing, {}};
+    // When nothing will be written any more, the other files are only opened; errors of reading
+    // those that are read all the same do not count.
+    if (isInVain_ && error.opened)
+        return {};
+    addUnreadable(name(index), error.reason);
+    if (isNew(index))
+        leftOut_.emplace_back(name(index));
+    return {Change::kUnreadable, {}};
 }
 
-void Update::addFile(const std::string& name) {
-    try {
-        const std::string digest = digestOf(name, options_.algorithm);
-        append(name + "=" + digest);
-        outcomes_.push_back({Change::kAdded, name, {}, {digest}});
-    } catch (const NotHashable& refused) {
-        leaveOut(name, refused.why);
-    }
+Update::Outcome Update::outcomeOf(std::size_t index, const HashedFile& file) {
+    if (file.error)
+        return outcomeOfError(index, *file.error);
+    if (!file.digest || file.digest->matches(digestBefore(index)))
+        return {};
+    const std::string error = validationError(name(index), file.digest->algorithm().textLength());
+    if (!error.empty())
+        throw Error(std::string(name(index)) + ": " + error + " cannot stand in a hash list");
+    return {isNew(index) ? Change::kAdded : Change::kChanged, *file.digest};
 }
 
-void Update::leaveOut(const std::string& name, const std::string& why) {
-    console_.error(name + ": " + why);
-    leftOut_.push_back(name);
-    ++unreadable_;
+bool Update::finish(std::size_t index, HashedFile& file) {
+    outcomes_.push_back(isFile(index) ? outcomeOf(index, file) : Outcome());
+    return true;
 }
 
-void Update::recompute() {
+void Update::hash() {
     expectAll();
-    for (const ListLine& line : lines_) {
-        stopIfInterrupted();
-        if (!line.isRecord()) {
-            append(line.text);
-            continue;
-        }
-        recompute(line);
-        console_.progress().addFile();
+    ParallelHasher hasher(options_.jobs, console_.progress());
+    if (hasher.run(*this) == ParallelHasher::End::kInterrupted)
+        throw Interrupted();
+}
+
+void Update::report(std::size_t index, const Outcome& outcome) {
+    DigestTexts before;
+    DigestTexts after;
+    if (!isNew(index))
+        before.emplace_back(list_.digest(index));
+    if (outcome.change == Change::kChanged || outcome.change == Change::kAdded)
+        after.push_back(outcome.digest.text());
+    report_.add(outcome.change, std::string(name(index)), before, after);
+}
+
+// A list without any entry would not be read again.
+void Update::requireEntries() const {
+    for (std::size_t i = 0; i < count(); ++i) {
+        if (isFile(i) && !isLeftOut(i) && outcomes_[i].change != Change::kRemoved)
+            return;
     }
-    for (const FoundFile& file : newFiles_) {
-        stopIfInterrupted();
-        addFile(file.name);
-        console_.progress().addFile();
-    }
+    throw Error(options_.list + " is as it was: no entry would be left");
 }
 
 void Update::report() {
     console_.progress().erase();
-    if (isInVain())
+    if (isInVain_)
         throw Error(options_.list + " is as it was, as " + std::to_string(unreadable_) +
                     " could not be read (--keep-going keeps their entries)");
-    if (std::all_of(outcomes_.begin(), outcomes_.end(),
-                    [](const Outcome& outcome) { return outcome.change == Change::kRemoved; }))
-        throw Error(options_.list + " is as it was: no entry would be left");
-    for (const Outcome& outcome : outcomes_)
-        report_.add(outcome.change, outcome.name, outcome.before, outcome.after);
+    requireEntries();
+    for (std::size_t i = 0; i < count(); ++i) {
+        if (isFile(i) && !isLeftOut(i))
+            report(i, outcomes_[i]);
+    }
     for (const std::string& name : leftOut_)
         report_.add(Change::kUnreadable, name, {}, {});
     if (options_.json)
@@ -291,9 +326,25 @@ void Update::printJsonSummary() const {
     console_.print(jsonLine(object));
 }
 
+std::string Update::newText() const {
+    std::string text;
+    for (std::size_t i = 0; i < count(); ++i) {
+        const Outcome& outcome = outcomes_[i];
+        if (outcome.change == Change::kRemoved || isLeftOut(i))
+            continue;
+        text += name(i);
+        if (outcome.change == Change::kChanged || outcome.change == Change::kAdded)
+            text += "=" + outcome.digest.text();
+        else if (isFile(i))
+            (text += "=") += list_.digest(i);
+        text += "\n";
+    }
+    return text;
+}
+
 void Update::write() {
     if (isToBeWritten())
-        output_.commit(text_);
+        output_.commit(newText());
 }
 
 void Update::summarise() const {
@@ -309,7 +360,7 @@ int runUpdate(const Args& args, Console& console) {
     Update update(options, console);
     try {
         update.findNewFiles();
-        update.recompute();
+        update.hash();
     } catch (const Interrupted&) {
         console.error("interrupted: " + options.list + " is as it was");
         return kInterrupted;

@@ -4,14 +4,19 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
+#include <fcntl.h>
 #include <poll.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 
 namespace cli {
 
 namespace {
+
+constexpr std::chrono::milliseconds kBetweenAttempts(20);
 
 // Returns when reading or writing failed with `error` and may go on: at once after a signal, and
 // when `descriptor` is ready where whoever shares it has made it one that does not wait.
@@ -38,6 +43,17 @@ Descriptor::~Descriptor() {
 int Descriptor::close() {
     const int number = std::exchange(number_, -1);
     return number < 0 || ::close(number) == 0 ? 0 : errno;
+}
+
+Descriptor openWithoutBlocking(const char* path, const std::function<void(std::size_t)>& poll) {
+    for (;;) {
+        Descriptor opened(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        if (opened || (errno != EAGAIN && errno != EINTR))
+            return opened;
+        if (errno == EAGAIN)
+            std::this_thread::sleep_for(kBetweenAttempts);
+        poll(0);
+    }
 }
 
 std::size_t readFull(int descriptor, unsigned char* data, std::size_t size) {

@@ -4,6 +4,7 @@
 #define PELORIK_CLI_FILES_DESCRIPTOR_H
 
 #include <cstddef>
+#include <functional>
 #include <string_view>
 #include <utility>
 
@@ -21,6 +22,7 @@ public:
     ~Descriptor();
 
     int get() const { return number_; }
+    int release() { return std::exchange(number_, -1); } // leaves it open
     explicit operator bool() const { return number_ >= 0; }
 
     // Closes now. Returns 0 or the error number: some file systems tell of a failed write only
@@ -30,6 +32,12 @@ public:
 private:
     int number_ = -1;
 };
+
+// Opens a regular file for reading. Never waits for a FIFO that took its place. Retries, with
+// pauses and a call of `poll`, while the file's lease keeps other processes from opening it: a
+// signal that another thread handles would not end a blocking open. Without a descriptor, errno
+// tells why.
+Descriptor openWithoutBlocking(const char* path, const std::function<void(std::size_t)>& poll);
 
 // Reads until `size` bytes came or the data ends, and returns how many came. Throws
 // std::system_error, and `Interrupted` when SIGINT has come.

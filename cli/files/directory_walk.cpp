@@ -1,16 +1,17 @@
 #include "cli/files/directory_walk.h"
 
-#include "cli/hashing/algorithm.h"
-#include "cli/hashing/hash_list.h"
+#include "cli/files/descriptor.h"
 #include "cli/process/error.h"
 #include "cli/process/signals.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <dirent.h>
+#include <fcntl.h>
 #include <fnmatch.h>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 namespace cli {
 
@@ -19,129 +20,157 @@ namespace {
 struct CloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
 };
+using OpenDirectory = std::unique_ptr<DIR, CloseDirectory>;
 
-// Returns 0 or the error number.
-int readEntries(const std::string& path, std::vector<std::string>& entries) {
-    const std::unique_ptr<DIR, CloseDirectory> directory(opendir(path.c_str()));
-    if (!directory)
-        return errno;
-    for (;;) {
-        errno = 0;
-        const dirent* const entry = readdir(directory.get());
-        if (entry == nullptr)
-            return errno;
-        const std::string_view name = entry->d_name;
-        if (name != "." && name != "..")
-            entries.emplace_back(name);
-    }
+// Without a directory, errno tells why.
+OpenDirectory openDirectoryAt(const std::string& path, bool followLink) {
+    const int flags = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
+    Descriptor opened(::open(path.c_str(), followLink ? flags : flags | O_NOFOLLOW));
+    OpenDirectory directory(opened ? ::fdopendir(opened.get()) : nullptr);
+    if (directory)
+        opened.release();
+    return directory;
 }
 
 } // namespace
 
-Walk::Walk(Options options) : options_(std::move(options)) {}
+DirectoryWalk::DirectoryWalk(Options options) : options_(std::move(options)) {}
 
-void Walk::addUnreadable(const std::string& name, int error) {
-    if (options_.onUnreadable)
-        options_.onUnreadable(name, errorText(error));
-    else
-        options_.note(name + ": " + errorText(error));
-    ++unreadable_;
+// Returns 0 or the error number.
+int DirectoryWalk::readEntries(const std::string& path, bool followLink,
+                               std::vector<Entry>& entries) {
+    const OpenDirectory directory = openDirectoryAt(path, followLink);
+    if (!directory)
+        return errno;
+    for (;;) {
+        errno = 0;
+        const dirent* const entry = ::readdir(directory.get());
+        if (entry == nullptr)
+            return errno;
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..")
+            entries.push_back({std::string(name), entry->d_ino, entry->d_type});
+    }
 }
 
-bool Walk::isExcluded(const std::string& name) const {
+bool DirectoryWalk::isExcluded(const std::string& name) const {
     return std::any_of(
         options_.excludes.begin(), options_.excludes.end(),
         [&](const std::string& glob) { return fnmatch(glob.c_str(), name.c_str(), 0) == 0; });
 }
 
-bool Walk::look(const std::string& name, struct stat& status, bool followLink) {
+bool DirectoryWalk::isLeftOut(const std::string& name, const struct stat& status) const {
+    return std::any_of(options_.leftOut.begin(), options_.leftOut.end(),
+                       [&](const FileIdentity& file) { return file.isAt(name, status); });
+}
+
+bool DirectoryWalk::mayBeLeftOut(ino_t inode) const {
+    return std::any_of(options_.leftOut.begin(), options_.leftOut.end(),
+                       [&](const FileIdentity& file) { return file.hasInode(inode); });
+}
+
+bool DirectoryWalk::look(const std::string& name, struct stat& status, bool followLink) {
     const int result = followLink ? ::stat(name.c_str(), &status) : ::lstat(name.c_str(), &status);
     if (result == 0)
         return true;
-    addUnreadable(name, errno);
+    options_.onUnreadable(name, errorText(errno));
     return false;
 }
 
-void Walk::add(const std::string& name) {
+void DirectoryWalk::visit(const std::string& name) {
     stopIfInterrupted();
     struct stat status {};
     if (isExcluded(name) || !look(name, status, true))
         return;
     if (!S_ISDIR(status.st_mode)) {
-        addFile(name, status);
+        visitFile(name, status);
     } else if (options_.recursive) {
-        walkDirectory(name);
+        walk(name);
     } else {
         options_.note(name + ": " + errorText(EISDIR) + " (-r lists the files in it)");
         ++refusedDirectories_;
     }
 }
 
-void Walk::addFile(const std::string& name, const struct stat& status) {
+void DirectoryWalk::visitFile(const std::string& name, const struct stat& status) {
     if (!S_ISREG(status.st_mode))
         options_.note(name + ": skipped: not a regular file");
-    else if (!options_.leaveOut(name, status))
-        files_.push_back({name, static_cast<std::uint64_t>(status.st_size)});
-}
-
-void Walk::openDirectory(const std::string& path, std::vector<Directory>& open) {
-    Directory directory{path.ends_with('/') ? path : path + '/', {}};
-    const int error = readEntries(path, directory.entries);
-    if (error != 0)
-        addUnreadable(path, error);
-    // std::string compares as unsigned bytes.
-    std::sort(directory.entries.begin(), directory.entries.end(), std::greater<>());
-    open.push_back(std::move(directory));
-}
-
-void Walk::addEntry(const std::string& name, std::vector<Directory>& open) {
-    struct stat status {};
-    if (isExcluded(name) || !look(name, status, false))
-        return;
-    const bool isLink = S_ISLNK(status.st_mode);
-    if (isLink && !look(name, status, true))
-        return;
-    if (!S_ISDIR(status.st_mode))
-        addFile(name, status);
-    else if (isLink)
-        ++unfollowedLinks_;
-    else
-        openDirectory(name, open);
+    else if (!isLeftOut(name, status))
+        options_.onEntry(name);
 }
 
 // The directories that are being walked stand in a list of their own: depth costs no stack.
-void Walk::walkDirectory(const std::string& path) {
+void DirectoryWalk::walk(const std::string& path) {
     std::vector<Directory> open;
-    openDirectory(path, open);
+    openDirectory(path, true, open);
     while (!open.empty()) {
         stopIfInterrupted();
         if (open.back().entries.empty()) {
             open.pop_back();
             continue;
         }
-        const std::string name = open.back().path + open.back().entries.back();
+        const Entry entry = std::move(open.back().entries.back());
         open.back().entries.pop_back();
-        addEntry(name, open);
+        visitEntry(open.back().path + entry.name, entry, open);
     }
 }
 
-void Walk::noteUnfollowedLinks() const {
+void DirectoryWalk::openDirectory(const std::string& path, bool followLink,
+                                  std::vector<Directory>& open) {
+    Directory directory{path.ends_with('/') ? path : path + '/', {}};
+    const int error = readEntries(path, followLink, directory.entries);
+    if (error != 0)
+        options_.onUnreadable(path, errorText(error));
+    // std::string compares as unsigned bytes.
+    std::sort(directory.entries.begin(), directory.entries.end(),
+              [](const Entry& left, const Entry& right) { return left.name > right.name; });
+    open.push_back(std::move(directory));
+}
+
+void DirectoryWalk::visitEntry(const std::string& name, const Entry& entry,
+                               std::vector<Directory>& open) {
+    if (isExcluded(name))
+        return;
+    unsigned char type = entry.type;
+    struct stat status {};
+    if (type == DT_UNKNOWN) {
+        if (!look(name, status, false))
+            return;
+        type = IFTODT(status.st_mode);
+    }
+    if (type == DT_DIR)
+        openDirectory(name, false, open);
+    else if (options_.entries == Entries::kAll)
+        visitAny(name, entry, type);
+    else
+        visitIfFile(name, entry, type);
+}
+
+void DirectoryWalk::visitAny(const std::string& name, const Entry& entry, unsigned char type) {
+    struct stat status {};
+    const bool needsLook = type == DT_LNK || mayBeLeftOut(entry.inode);
+    if (!needsLook || ::stat(name.c_str(), &status) != 0 || !isLeftOut(name, status))
+        options_.onEntry(name);
+}
+
+void DirectoryWalk::visitIfFile(const std::string& name, const Entry& entry, unsigned char type) {
+    if (type == DT_REG && !mayBeLeftOut(entry.inode)) {
+        options_.onEntry(name);
+        return;
+    }
+    struct stat status {};
+    if (!look(name, status, true))
+        return;
+    if (S_ISDIR(status.st_mode))
+        ++unfollowedLinks_;
+    else
+        visitFile(name, status);
+}
+
+void DirectoryWalk::noteUnfollowedLinks() const {
     if (unfollowedLinks_ > 0)
         options_.note(std::to_string(unfollowedLinks_) +
                       " symbolic links to directories not followed");
-}
-
-bool reportUnlistable(const std::vector<FoundFile>& files, HashFileChecker::Alg algorithm,
-                      Console& console) {
-    const std::size_t digestLength = sampleDigest(algorithm).size();
-    bool refused = false;
-    for (const FoundFile& file : files) {
-        const std::string reason = validationError(file.name, digestLength);
-        if (!reason.empty())
-            console.error(file.name + ": " + reason + " cannot stand in a hash list");
-        refused = refused || !reason.empty();
-    }
-    return refused;
 }
 
 } // namespace cli

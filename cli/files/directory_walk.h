@@ -1,12 +1,11 @@
-// Finds the files that a hash list is made of.
+// Finds the files under directories.
 
 #ifndef PELORIK_CLI_FILES_DIRECTORY_WALK_H
 #define PELORIK_CLI_FILES_DIRECTORY_WALK_H
 
-#include "cli/output/console.h"
-#include "digest/hash.h"
+#include "cli/files/file_identity.h"
 
-#include <cstdint>
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <sys/stat.h>
@@ -14,35 +13,31 @@
 
 namespace cli {
 
-struct FoundFile {
-    std::string name; // as the list shows it
-    std::uint64_t size;
-};
-
-class Walk {
+class DirectoryWalk {
 public:
-    struct Options {
-        bool recursive = false;
-        std::vector<std::string> excludes; // globs, matched against the whole name
-        // True for a file that is to be left out without a word.
-        std::function<bool(const std::string& name, const struct stat& status)> leaveOut;
-        // Gets a line on what was skipped; by default nobody does.
-        std::function<void(const std::string& line)> note = [](const std::string&) {};
-        // Gets the names that could not be looked at; by default they are noted.
-        std::function<void(const std::string& name, const std::string& why)> onUnreadable;
+    // What a walk returns from directories. Nothing but directories is opened.
+    enum class Entries {
+        kFiles, // regular files and links to them; links to directories and special files are noted
+        kAll    // everything but the directories that were entered; links are not followed
     };
 
-    explicit Walk(Options options);
+    struct Options {
+        Entries entries = Entries::kFiles;
+        bool recursive = false;
+        std::vector<std::string> excludes; // globs, matched against the whole name
+        std::vector<FileIdentity> leftOut; // files that are left out silently
+        std::function<void(const std::string& name)> onEntry;
+        // Gets the names that could not be looked at.
+        std::function<void(const std::string& name, const std::string& why)> onUnreadable;
+        // Gets a line on what was skipped.
+        std::function<void(const std::string& line)> note;
+    };
 
-    // Adds the file `name`, or the files under the directory `name`: entries in the order of their
-    // bytes, symbolic links to files followed, those to directories not (but `name` itself is).
-    // Special files are skipped with a note. Throws `Interrupted`.
-    void add(const std::string& name);
+    explicit DirectoryWalk(Options options);
 
-    const std::vector<FoundFile>& files() const { return files_; }
-
-    // Names that could not be looked at.
-    std::size_t unreadable() const { return unreadable_; }
+    // Visits the file `name`, or the entries under the directory `name` in the order of their
+    // bytes. `name` itself may be a link to a directory. Throws `Interrupted`.
+    void visit(const std::string& name);
 
     // Notes how many symbolic links to directories were met on the way, if any.
     void noteUnfollowedLinks() const;
@@ -51,30 +46,34 @@ public:
     std::size_t refusedDirectories() const { return refusedDirectories_; }
 
 private:
-    struct Directory {
-        std::string path;                 // with a slash at its end
-        std::vector<std::string> entries; // last one first
+    struct Entry {
+        std::string name;
+        ino_t inode;
+        unsigned char type; // DT_REG and so on
     };
 
+    struct Directory {
+        std::string path;           // with a slash at its end
+        std::vector<Entry> entries; // last one first
+    };
+
+    static int readEntries(const std::string& path, bool followLink, std::vector<Entry>& entries);
+
     bool isExcluded(const std::string& name) const;
-    void walkDirectory(const std::string& path);
-    void addEntry(const std::string& name, std::vector<Directory>& open);
-    void addFile(const std::string& name, const struct stat& status);
+    bool isLeftOut(const std::string& name, const struct stat& status) const;
+    bool mayBeLeftOut(ino_t inode) const;
     bool look(const std::string& name, struct stat& status, bool followLink);
-    void addUnreadable(const std::string& name, int error);
-    void openDirectory(const std::string& path, std::vector<Directory>& open);
+    void walk(const std::string& path);
+    void openDirectory(const std::string& path, bool followLink, std::vector<Directory>& open);
+    void visitEntry(const std::string& name, const Entry& entry, std::vector<Directory>& open);
+    void visitAny(const std::string& name, const Entry& entry, unsigned char type);
+    void visitIfFile(const std::string& name, const Entry& entry, unsigned char type);
+    void visitFile(const std::string& name, const struct stat& status);
 
     Options options_;
-    std::vector<FoundFile> files_;
-    std::size_t unreadable_ = 0;
     std::size_t unfollowedLinks_ = 0;
     std::size_t refusedDirectories_ = 0;
 };
-
-// Notes every file whose name a list with digests of `algorithm` cannot hold. Returns whether there
-// is one.
-bool reportUnlistable(const std::vector<FoundFile>& files, HashFileChecker::Alg algorithm,
-                      Console& console);
 
 } // namespace cli
 

@@ -21,9 +21,11 @@ std::string resolved(const std::string& path) {
 FileIdentity::FileIdentity(const std::string& path)
     : exists_(::stat(path.c_str(), &status_) == 0), place_(resolved(path)) {}
 
+FileIdentity::FileIdentity(int descriptor) : exists_(::fstat(descriptor, &status_) == 0) {}
+
 bool FileIdentity::isAt(const std::string& name, const struct stat& status) const {
-    return exists_ && status.st_dev == status_.st_dev && status.st_ino == status_.st_ino &&
-           resolved(name) == place_;
+    return hasInode(status.st_ino) && status.st_dev == status_.st_dev &&
+           (!place_ || resolved(name) == *place_);
 }
 
 } // namespace cli

@@ -10,36 +10,31 @@
 
 namespace cli {
 
-namespace {
-
-Descriptor openForReading(const std::string& path, int flags) {
-    for (;;) {
-        stopIfInterrupted();
-        Descriptor opened(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | flags));
-        if (opened)
-            return opened;
-        if (errno != EINTR)
-            throw std::system_error(errno, std::generic_category());
-    }
-}
-
-} // namespace
-
 FileSource::FileSource(Descriptor opened) : descriptor_(std::move(opened)) {
     if (::fstat(descriptor_.get(), &status_) != 0)
         throw std::system_error(errno, std::generic_category());
 }
 
 FileSource FileSource::open(const std::string& path) {
-    return FileSource(openForReading(path, 0));
+    for (;;) {
+        stopIfInterrupted();
+        Descriptor opened(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+        if (opened)
+            return FileSource(std::move(opened));
+        if (errno != EINTR)
+            throw std::system_error(errno, std::generic_category());
+    }
 }
 
 FileSource FileSource::openWithoutWaiting(const std::string& path) {
-    return FileSource(openForReading(path, O_NONBLOCK));
+    Descriptor opened = openWithoutBlocking(path.c_str(), [](std::size_t) { stopIfInterrupted(); });
+    if (!opened)
+        throw std::system_error(errno, std::generic_category());
+    return FileSource(std::move(opened));
 }
 
-FileSource FileSource::standardInput() {
-    Descriptor copy(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
+FileSource FileSource::copyOf(int descriptor) {
+    Descriptor copy(::fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
     if (!copy)
         throw std::system_error(errno, std::generic_category());
     return FileSource(std::move(copy));

@@ -6,7 +6,6 @@
 #include "cli/files/descriptor.h"
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <sys/stat.h>
 
@@ -15,25 +14,23 @@ namespace cli {
 // Everything here throws std::system_error, and `Interrupted` when SIGINT came.
 class FileSource {
 public:
-    // Opens whatever `path` names; at a named pipe it waits for the writer.
+    // Opens whatever `path` names. Waits for the writer of a FIFO.
     static FileSource open(const std::string& path);
 
-    // The same without waiting, for callers that want ordinary files and look before they read.
+    // Does not wait for a FIFO, for callers that expect a regular file and check what they got.
     static FileSource openWithoutWaiting(const std::string& path);
 
-    static FileSource standardInput();
+    // Reads from a descriptor of this process, which stays open.
+    static FileSource copyOf(int descriptor);
 
-    // Fills `data` as far as the source gives bytes, and returns how many came.
+    // Fills `data` as far as the source has bytes, and returns how many came.
     std::size_t read(unsigned char* data, std::size_t size);
 
-    // As it was when it was opened.
-    const struct stat& status() const { return status_; }
+    int descriptor() const { return descriptor_.get(); }
 
+    // Both are as they were when the source was opened.
     bool isDirectory() const { return S_ISDIR(status_.st_mode); }
     bool isRegular() const { return S_ISREG(status_.st_mode); }
-
-    // Of a regular file.
-    std::uint64_t size() const { return static_cast<std::uint64_t>(status_.st_size); }
 
 private:
     explicit FileSource(Descriptor opened);

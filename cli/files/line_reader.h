@@ -11,25 +11,30 @@
 
 namespace cli {
 
-// Opens `name` to be read as a text; "-" is standard input. Throws `Error` when it cannot be
-// opened or is a directory.
+// Opens `name` to be read as a text; "-" is standard input. Waits for the writer of a FIFO. Throws
+// `Error` when it cannot be opened or is a directory.
 FileSource openText(const std::string& name);
 
+// The same for a list on which the result of a check depends: never waits for somebody to open the
+// other end. Throws `Error` also for a FIFO or a device, but not when `name` stands for one of this
+// process's own descriptors (/dev/fd/63).
+FileSource openList(const std::string& name);
+
 // Everything here throws `Error`, with the text's name and the line's number, and `Interrupted`.
-class Lines {
+class LineReader {
 public:
-    // Opens the text `name`; "-" is standard input. Lines end with `separator`, the last one
-    // perhaps without. One that is longer than `longest` characters is cut there: `line` is then
+    // Reads `source`, whose name is `name`. Lines end with `separator`, the last one perhaps
+    // without. One that is longer than `longest` characters is cut there: `line` is then
     // `longest` + 1 long and nothing may be read after it.
-    Lines(const std::string& name, char separator, std::size_t longest);
+    LineReader(FileSource source, std::string name, char separator, std::size_t longest);
 
     // Reads the next line; false at the end.
     bool next();
 
-    // Without its separator.
+    // Returns the line without its separator.
     const std::string& line() const { return line_; }
 
-    // Says what is wrong with the line.
+    // Throws `Error` with what is wrong with the line.
     [[noreturn]] void refuse(const std::string& why) const;
 
 private:

@@ -51,7 +51,7 @@ void ChangeReport::add(Change change, const std::string& name, const DigestTexts
     }
     std::string line = names.name;
     line.resize(kNameColumn, ' ');
-    console_.print(line + name, names.colour);
+    console_.report(line + name, names.colour);
 }
 
 std::string ChangeReport::summary() const {

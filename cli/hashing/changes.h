@@ -13,7 +13,15 @@
 
 namespace cli {
 
-enum class Change { kUnchanged, kChanged, kRemoved, kMissing, kUnreadable, kRehashed, kAdded };
+enum class Change : unsigned char {
+    kUnchanged,
+    kChanged,
+    kRemoved,
+    kMissing,
+    kUnreadable,
+    kRehashed,
+    kAdded
+};
 inline constexpr std::size_t kChanges = 7;
 
 using DigestTexts = std::vector<std::string>;

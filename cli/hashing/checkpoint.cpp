@@ -1,13 +1,17 @@
 #include "cli/hashing/checkpoint.h"
 
 #include "cli/files/line_reader.h"
-#include "cli/hashing/algorithm.h"
 #include "cli/hashing/hash_list.h"
 #include "cli/process/error.h"
+#include "cli/process/signals.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <charconv>
+#include <ctime>
 #include <fcntl.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace cli {
@@ -16,87 +20,126 @@ namespace {
 
 constexpr char kFirstLine[] =
     "pelorik: an interrupted list, which pelorik list --resume goes on from";
-constexpr std::size_t kLongestFingerprint = 128;
+constexpr std::size_t kLongestFingerprint = 160;
 constexpr std::uint64_t kWorthSaving = std::uint64_t{64} << 20; // bytes read
 constexpr std::uint64_t kOfOneFile = 4096;                      // bytes that opening it is worth
-constexpr std::time_t kCoarsestTime = 2;                        // seconds, of file systems
+constexpr double kCoarsestTime = 2;                             // seconds, of file systems
 
-std::string timeText(const timespec& time) {
-    return std::to_string(time.tv_sec) + "." + std::to_string(time.tv_nsec);
-}
-
-// Changes with everything that can happen to a file's content.
-std::string fingerprintOf(const struct stat& status) {
-    return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino) + ":" +
-           std::to_string(status.st_size) + ":" + timeText(status.st_mtim) + ":" +
-           timeText(status.st_ctim);
-}
-
-// False for a file that could change once more without any change of its times, since those tell
-// only so much, or that was made in what the clock takes for the future.
-bool isSettled(const struct stat& status, std::time_t opened) {
-    return std::max(status.st_mtim.tv_sec, status.st_ctim.tv_sec) + kCoarsestTime < opened;
+double seconds(const timespec& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
 } // namespace
 
-Checkpoint::Checkpoint(const std::string& output, HashFileChecker::Alg algorithm)
-    : path_(output + ".partial"), sample_(sampleDigest(algorithm)), identity_(path_) {
+Fingerprint::Fingerprint(const struct stat& status)
+    : device_(status.st_dev), inode_(status.st_ino),
+      size_(status.st_size), modified_{status.st_mtim.tv_sec, status.st_mtim.tv_nsec},
+      changed_{status.st_ctim.tv_sec, status.st_ctim.tv_nsec} {}
+
+std::string Fingerprint::text() const {
+    const auto timeText = [](const Time& time) {
+        return std::to_string(time.seconds) + "." + std::to_string(time.nanoseconds);
+    };
+    return std::to_string(device_) + ":" + std::to_string(inode_) + ":" + std::to_string(size_) +
+           ":" + timeText(modified_) + ":" + timeText(changed_);
+}
+
+std::optional<Fingerprint> Fingerprint::parse(std::string_view text) {
+    Fingerprint read;
+    const char* next = text.data();
+    const char* const end = text.data() + text.size();
+    bool isGood = true;
+    const auto readNumber = [&](auto& number, char divider) {
+        const auto [stopped, error] = std::from_chars(next, end, number);
+        const bool isDivided =
+            divider == '\0' ? stopped == end : stopped != end && *stopped == divider;
+        isGood = isGood && error == std::errc() && isDivided;
+        next = isGood && stopped != end ? stopped + 1 : end;
+    };
+    readNumber(read.device_, ':');
+    readNumber(read.inode_, ':');
+    readNumber(read.size_, ':');
+    readNumber(read.modified_.seconds, '.');
+    readNumber(read.modified_.nanoseconds, ':');
+    readNumber(read.changed_.seconds, '.');
+    readNumber(read.changed_.nanoseconds, '\0');
+    return isGood ? std::optional(read) : std::nullopt;
+}
+
+FileSystemClock::FileSystemClock(const std::string& path) {
+    const std::string directory = path.substr(0, path.rfind('/') + 1); // npos + 1 is 0
+    probe_ = Descriptor(::open(directory.empty() ? "." : directory.c_str(),
+                               O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
+    if (probe_)
+        return;
+    const SignalsBlocked blocked;
+    std::string name = directory + ".pelorik-XXXXXX"; // not every file system has nameless files
+    probe_ = Descriptor(::mkostemp(name.data(), O_CLOEXEC));
+    if (probe_)
+        ::unlink(name.c_str());
+}
+
+double FileSystemClock::now() const {
+    const std::array<timespec, 2> now = {{{0, UTIME_NOW}, {0, UTIME_NOW}}};
+    struct stat status {};
+    if (probe_ && ::futimens(probe_.get(), now.data()) == 0 && ::fstat(probe_.get(), &status) == 0)
+        return seconds(status.st_mtim);
+    timespec here{};
+    ::clock_gettime(CLOCK_REALTIME_COARSE, &here); // what local file systems use
+    return seconds(here);
+}
+
+bool isSettled(const struct stat& status, double now) {
+    return std::max(seconds(status.st_mtim), seconds(status.st_ctim)) + kCoarsestTime <= now;
+}
+
+Checkpoint::Checkpoint(const std::string& output) : path_(output + ".partial") {
     struct stat status {};
     if (::lstat(path_.c_str(), &status) != 0)
         return;
     // Whoever else can put a file there could choose digests.
     if (!S_ISREG(status.st_mode) || status.st_uid != ::geteuid())
         throw Error(path_ + ": is in the way: no file of yours");
-    Lines lines(path_, '\n', kLongestListLine);
+    LineReader lines(openText(path_), path_, '\n', kLongestListLine);
     if (lines.next() && lines.line() != kFirstLine)
         throw Error(path_ + ": is in the way: no interrupted list");
 }
 
-void Checkpoint::resume() {
+void Checkpoint::resume(const Visit& visit) {
     if (::access(path_.c_str(), F_OK) != 0)
         return;
-    Lines lines(path_, '\n', kLongestFingerprint + kLongestListLine);
+    constexpr std::size_t kLongest = kLongestFingerprint + kLongestListLine;
+    LineReader lines(openText(path_), path_, '\n', kLongest);
     resumed_ = lines.next(); // the first one has been looked at
-    while (lines.next() && lines.line().size() <= kLongestFingerprint + kLongestListLine)
-        readEntry(lines.line());
+    while (lines.next() && lines.line().size() <= kLongest)
+        readEntry(lines.line(), visit);
 }
 
-bool Checkpoint::isWhole(const std::string& digest) const {
-    const std::string prefix = algorithmOf(sample_);
-    return digest.size() == sample_.size() && digest.starts_with(prefix) &&
-           digest.find_first_not_of("0123456789abcdef", prefix.size()) == std::string::npos;
-}
-
-void Checkpoint::readEntry(const std::string& line) {
+void Checkpoint::readEntry(const std::string& line, const Visit& visit) const {
     const std::size_t blank = line.find(' ');
     const std::size_t divider = line.find('=', blank);
     if (blank == std::string::npos || divider == std::string::npos)
         return;
-    const std::string name = line.substr(blank + 1, divider - blank - 1);
-    const std::string digest = line.substr(divider + 1);
-    if (isWhole(digest))
-        entries_[name] = {line.substr(0, blank), digest};
+    const std::string_view text = line;
+    if (const auto fingerprint = Fingerprint::parse(text.substr(0, blank)))
+        visit(text.substr(blank + 1, divider - blank - 1), *fingerprint, text.substr(divider + 1));
 }
 
-std::string Checkpoint::digestOf(const std::string& name, const struct stat& status) const {
-    const auto entry = entries_.find(name);
-    return entry != entries_.end() && entry->second.fingerprint == fingerprintOf(status)
-               ? entry->second.digest
-               : "";
-}
-
-void Checkpoint::expect(std::uint64_t size) {
-    if (!unsaved_.empty() && unsavedBytes_ + size >= kWorthSaving)
-        save();
-}
-
-void Checkpoint::add(const std::string& name, const struct stat& status, std::time_t opened,
-                     const std::string& digest) {
-    if (error_ != 0 || !isSettled(status, opened))
+void Checkpoint::add(std::string_view name, const struct stat& status, const Digest& digest) {
+    if (error_ != 0)
         return;
-    unsaved_ += fingerprintOf(status) + " " + name + "=" + digest + "\n";
-    unsavedBytes_ += static_cast<std::uint64_t>(status.st_size) + kOfOneFile;
+    unsaved_ += Fingerprint(status).text() + " ";
+    unsaved_ += name;
+    unsaved_ += "=" + digest.text() + "\n";
+    ++unsavedFiles_;
+}
+
+void Checkpoint::saveIfDue(std::uint64_t bytes) {
+    const std::uint64_t work = bytes - bytesWhenSaved_ + unsavedFiles_ * kOfOneFile;
+    if (unsaved_.empty() || work < kWorthSaving)
+        return;
+    bytesWhenSaved_ = bytes;
+    save();
 }
 
 // A new file is begun unless that was resumed which is there.
@@ -120,7 +163,7 @@ int Checkpoint::save() {
     if (error_ != 0 && file_ && !resumed_)
         remove(); // it may lack its first line
     unsaved_.clear();
-    unsavedBytes_ = 0;
+    unsavedFiles_ = 0;
     return error_;
 }
 

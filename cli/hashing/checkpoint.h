@@ -1,79 +1,106 @@
-// What a list has come to before it was interrupted, kept beside its output as OUT.partial.
+// The results of an interrupted list, kept beside its output as OUT.partial.
 
 #ifndef PELORIK_CLI_HASHING_CHECKPOINT_H
 #define PELORIK_CLI_HASHING_CHECKPOINT_H
 
 #include "cli/files/descriptor.h"
 #include "cli/files/file_identity.h"
-#include "digest/hash.h"
+#include "cli/hashing/algorithm.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <ctime>
+#include <functional>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
-#include <unordered_map>
 
 namespace cli {
 
+// What a file's status says about its content: it changes with every write but those through shared
+// mappings, and those within the same tick of the file system's clock.
+class Fingerprint {
+public:
+    Fingerprint() = default;
+    explicit Fingerprint(const struct stat& status);
+
+    // Returns nothing for a text that `text` does not return.
+    static std::optional<Fingerprint> parse(std::string_view text);
+
+    std::string text() const;
+    bool operator==(const Fingerprint& other) const = default;
+
+private:
+    struct Time {
+        std::int64_t seconds = 0;
+        std::int64_t nanoseconds = 0;
+        bool operator==(const Time& other) const = default;
+    };
+
+    std::uint64_t device_ = 0;
+    std::uint64_t inode_ = 0;
+    std::int64_t size_ = 0;
+    Time modified_;
+    Time changed_;
+};
+
+// The clock that a file system takes the times of its files from: not always this machine's.
+class FileSystemClock {
+public:
+    // The clock of the file system that the file `path` is on, or will be.
+    explicit FileSystemClock(const std::string& path);
+
+    // Returns the seconds since the epoch.
+    double now() const;
+
+private:
+    Descriptor probe_; // a file without a name
+};
+
+// Returns whether a file was neither modified nor changed within two seconds before `now`, so that
+// its next change will show in its times.
+bool isSettled(const struct stat& status, double now);
+
 // A text that is no hash list: its first line makes every reader refuse it. Each further line is a
-// record behind a fingerprint of the file as it was when it was hashed. A record counts only as
-// long as the file still has that fingerprint, so that what has changed since, or what the name
-// leads to now, is hashed again; lines that are not whole count for nothing.
+// record after the fingerprint of its file. A record counts only as long as the file has that
+// fingerprint; incomplete lines are ignored.
 class Checkpoint {
 public:
-    // For the hash list `output` with digests of `algorithm`. Throws `Error` when there is
-    // something else in its place.
-    Checkpoint(const std::string& output, HashFileChecker::Alg algorithm);
+    // For the hash list `output`. Throws `Error` when there is something else in its place.
+    explicit Checkpoint(const std::string& output);
 
     const std::string& path() const { return path_; }
 
-    // True when `name`, whose status is given, is this file.
-    bool isAt(const std::string& name, const struct stat& status) const {
-        return identity_.isAt(name, status);
-    }
-
-    // Goes on from what is there, if anything. Throws `Error` when it cannot be read.
-    void resume();
+    // Calls `visit` with the records of the checkpoint that is there, if one is. Throws `Error`
+    // when it cannot be read.
+    using Visit = std::function<void(std::string_view name, const Fingerprint& fingerprint,
+                                     std::string_view digest)>;
+    void resume(const Visit& visit);
     bool isResumed() const { return resumed_; }
 
-    // The digest that was found for the file, which has that status now; empty when it has to be
-    // hashed (again).
-    std::string digestOf(const std::string& name, const struct stat& status) const;
+    // Adds a file that was hashed with that status.
+    void add(std::string_view name, const struct stat& status, const Digest& digest);
 
-    // To be called before a file is hashed, with its size: saves what was added, when much work
-    // would be lost otherwise. Without an effect once saving has failed.
-    void expect(std::uint64_t size);
+    // Saves what was added when much work would be lost otherwise: `bytes` were read so far.
+    void saveIfDue(std::uint64_t bytes);
 
-    // Adds a file that was opened with that status at the time `opened`, in seconds.
-    void add(const std::string& name, const struct stat& status, std::time_t opened,
-             const std::string& digest);
-
-    // Saves everything that was added. Returns 0 or the error number.
+    // Saves everything that was added. Returns 0 or the error number, that of an earlier error too.
     int save();
 
-    // There is a whole list now.
+    // Removes the file, since there is a complete list.
     void remove();
 
 private:
-    struct Entry {
-        std::string fingerprint;
-        std::string digest;
-    };
-
-    bool isWhole(const std::string& digest) const;
-    void readEntry(const std::string& line);
+    void readEntry(const std::string& line, const Visit& visit) const;
     int open();
 
     std::string path_;
-    const std::string sample_; // a digest of the algorithm
-    FileIdentity identity_;
     bool resumed_ = false;
-    std::unordered_map<std::string, Entry> entries_;
     Descriptor file_;
     std::string unsaved_;
-    std::uint64_t unsavedBytes_ = 0; // that were read for it
-    int error_ = 0;                  // of saving
+    std::uint64_t unsavedFiles_ = 0;
+    std::uint64_t bytesWhenSaved_ = 0;
+    int error_ = 0; // of saving
 };
 
 } // namespace cli

@@ -3,19 +3,16 @@
 #include "cli/files/line_reader.h"
 #include "cli/process/error.h"
 
-#include <functional>
-#include <utility>
-
 namespace cli {
 
 namespace {
 
-bool isRecord(const std::string& line) {
+bool startsRecord(const std::string& line) {
     return !line.empty() && line.front() != '[';
 }
 
-// Why the library would not read `line` as what it says; empty when it would.
-std::string faultOf(const std::string& line) {
+// Returns why the library would not read `line` as it is meant; empty when it would.
+std::string formatError(const std::string& line) {
     if (line.size() > kLongestListLine)
         return "longer than " + std::to_string(kLongestListLine) + " characters";
     if (line.find('\0') != std::string::npos)
@@ -23,48 +20,42 @@ std::string faultOf(const std::string& line) {
     if (!line.empty() && line.back() == '\r')
         return "ends with a carriage return: the list has CRLF line ends, which sed 's/\\r$//' "
                "removes";
-    if (isRecord(line) && line.find('=') == std::string::npos)
+    if (startsRecord(line) && line.find('=') == std::string::npos)
         return "has no '=' between name and digest";
     return "";
 }
 
-// Hands every line to `take`.
-void readLines(const std::string& name, const std::function<void(ListLine)>& take) {
-    bool hasRecord = false;
-    Lines lines(name, '\n', kLongestListLine);
-    while (lines.next()) {
-        const std::string& line = lines.line();
-        const std::string fault = faultOf(line);
-        if (!fault.empty())
-            lines.refuse(fault);
-        hasRecord = hasRecord || isRecord(line);
-        take({line, isRecord(line) ? line.find('=') : std::string::npos});
+} // namespace
+
+HashList::HashList(const std::string& name, Lines lines) {
+    LineReader reader(openList(name), name, '\n', kLongestListLine);
+    while (reader.next()) {
+        const std::string error = formatError(reader.line());
+        if (!error.empty())
+            reader.refuse(error);
+        add(reader.line(), lines);
     }
-    if (!hasRecord)
+    if (records_ == 0)
         throw Error(name + ": holds no record");
 }
 
-} // namespace
-
-std::vector<ListLine> readListLines(const std::string& name) {
-    std::vector<ListLine> list;
-    readLines(name, [&](ListLine line) { list.push_back(std::move(line)); });
-    return list;
+void HashList::add(const std::string& line, Lines lines) {
+    if (startsRecord(line)) {
+        const std::size_t divider = line.find('=');
+        char* const text = texts_.add(line);
+        text[divider] = '\0';
+        lines_.push_back({text, static_cast<std::uint16_t>(divider),
+                          static_cast<std::uint16_t>(line.size() - divider - 1)});
+        ++records_;
+    } else if (lines == Lines::kAll) {
+        lines_.push_back({texts_.add(line), static_cast<std::uint16_t>(line.size()), kNoDigest});
+    }
 }
 
-std::vector<HashFileChecker::FileHashPair> readHashList(const std::string& name) {
-    std::vector<HashFileChecker::FileHashPair> records;
-    readLines(name, [&](const ListLine& line) {
-        if (line.isRecord())
-            records.push_back({line.name(), line.digest(), ""});
-    });
-    return records;
-}
-
-std::string validationError(const std::string& name, std::size_t digestLength) {
-    if (name.find('=') != std::string::npos)
+std::string validationError(std::string_view name, std::size_t digestLength) {
+    if (name.find('=') != std::string_view::npos)
         return "a name with '='";
-    if (name.find('\n') != std::string::npos)
+    if (name.find('\n') != std::string_view::npos)
         return "a name with a line break";
     if (name.starts_with('['))
         return "a name that starts with '[' (./ before it helps)";

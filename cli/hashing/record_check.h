@@ -1,13 +1,13 @@
-// What becomes of one record of a hash list when its file is checked.
+// What becomes of a record of a hash list when its file is checked.
 
 #ifndef PELORIK_CLI_HASHING_RECORD_CHECK_H
 #define PELORIK_CLI_HASHING_RECORD_CHECK_H
 
-#include "checker/hashfile_checker.h"
+#include "cli/hashing/parallel_hasher.h"
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace cli {
 
@@ -16,22 +16,17 @@ inline constexpr std::size_t kStatuses = 6;
 
 struct CheckResult {
     Status status = Status::kOk;
-    std::string report;     // the line for it, without its line feed; empty for a file that matches
-    std::string error;      // why there is no digest
-    std::uint64_t size = 0; // of the file
+    std::string report; // its line without the line feed; empty for a file that matches
+    std::string digest; // the file's own; as listed when it matches; empty when there is none
+    std::string error;  // why there is no digest
 };
 
-// Checks one record through the library. What the library has no words for, and what it would hang
-// on or pass without having verified it, is reported in words of the tool's own. With `stop` the
-// library is told that the first problem will be the last.
-CheckResult verify(const HashFileChecker::FileHashPair& record, bool stop);
+// Compares the record of `name`, with the digest text `listed`, with its file. The reports are the
+// library's where it has words for them.
+CheckResult checkRecord(std::string_view name, std::string_view listed, const HashedFile& file);
 
-// For a file that cannot be read, and the reason.
-CheckResult unreadable(const std::string& name, const std::string& why);
-
-// The digest that a file was found to have: as listed when it matches, else the computed one; empty
-// when there is none.
-std::string digestFound(const HashFileChecker::FileHashPair& record, const CheckResult& result);
+// Returns the report on something that cannot be read.
+std::string unreadableReport(std::string_view name, const std::string& why);
 
 } // namespace cli
 

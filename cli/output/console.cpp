@@ -3,12 +3,10 @@
 #include "cli/args/help.h"
 #include "cli/files/descriptor.h"
 #include "cli/process/error.h"
-#include "cli/process/exit_status.h"
 #include "cli/process/signals.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <unistd.h>
 #include <utility>
 
@@ -30,6 +28,13 @@ Console::Console(std::string prefix)
 
 void Console::print(std::string_view text, Colour colour) {
     append(terminalOut_ ? forTerminal(text, colour) : std::string(text));
+    append("\n");
+    if (terminalOut_)
+        flush();
+}
+
+void Console::report(std::string_view text, Colour colour) {
+    append(terminalOut_ ? forTerminal(text, colour) : withoutControls(text));
     append("\n");
     if (terminalOut_)
         flush();
@@ -64,7 +69,7 @@ void Console::flush() {
 
 void Console::error(std::string_view text, Colour colour) {
     const std::string line = prefix_ + ": " + std::string(text);
-    writeError(terminalError_ ? forTerminal(line, colour) : line);
+    writeError(terminalError_ ? forTerminal(line, colour) : withoutControls(line));
 }
 
 void Console::summarise(std::string_view text, Colour colour) {
@@ -85,21 +90,6 @@ void Console::writeError(const std::string& line) {
     }
     progress_.erase();
     writeAll(STDERR_FILENO, line + "\n");
-}
-
-void Console::exitNow(int status) {
-    try {
-        flush();
-    } catch (const Error& failure) {
-        error(failure.what());
-        status = kTrouble;
-    } catch (const Interrupted&) {
-        status = kInterrupted;
-    }
-    progress_.erase();
-    if (status == kInterrupted)
-        endAsTerminated();
-    std::_Exit(status);
 }
 
 } // namespace cli

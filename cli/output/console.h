@@ -11,15 +11,20 @@
 
 namespace cli {
 
-// On a terminal, text is made printable and may have a colour; elsewhere it goes out byte for byte.
+// On a terminal, text is made printable and may have a colour.
 class Console {
 public:
     // `prefix` opens every line on standard error: "pelorik: hash".
     explicit Console(std::string prefix);
 
-    // Adds `text` and a line feed to standard output. Throws `Error` when writing fails, and
-    // `Interrupted` when a signal comes while it waits for the reader.
+    // Adds `text`, which is data, and a line feed to standard output. It goes to a pipe or a file
+    // byte for byte. Throws `Error` when writing fails, and `Interrupted` when a signal comes while
+    // it waits for the reader.
     void print(std::string_view text, Colour colour = Colour::kNone);
+
+    // The same for a line of a report, in which control characters are escaped everywhere: a name
+    // cannot forge another line.
+    void report(std::string_view text, Colour colour = Colour::kNone);
 
     // The same for text that may hold line feeds of its own, such as help.
     void printBlock(std::string_view text);
@@ -30,16 +35,13 @@ public:
     // Writes what `print` has buffered. Throws like `print`.
     void flush();
 
-    // Writes a line to standard error, after what was printed so far.
+    // Writes a line to standard error, after what was printed so far. Control characters are
+    // escaped.
     void error(std::string_view text, Colour colour = Colour::kNone);
 
     // Writes the summary of what was done, which holds no names, to standard error. On a terminal
     // it is broken between words where it does not fit.
     void summarise(std::string_view text, Colour colour = Colour::kNone);
-
-    // Writes out what is kept back and ends the process at once, for a command whose threads are
-    // still in the middle of files that nobody needs any more.
-    [[noreturn]] void exitNow(int status);
 
     Progress& progress() { return progress_; }
 

@@ -55,7 +55,7 @@ CodePoint decode(std::string_view text) {
 
 bool isObeyed(std::uint32_t value) {
     const bool control = value < 0x20 || (value >= 0x7f && value < 0xa0);
-    const bool reorders = value == 0x200e || value == 0x200f ||
+    const bool reorders = value == 0x061c || value == 0x200e || value == 0x200f ||
                           (value >= 0x2028 && value <= 0x202e) ||
                           (value >= 0x2066 && value <= 0x2069);
     return control || reorders;
@@ -72,6 +72,11 @@ void appendEscaped(std::string& out, unsigned char byte) {
         out += kDigits[byte >> 4];
         out += kDigits[byte & 15];
     }
+}
+
+void appendEscaped(std::string& out, std::string_view bytes) {
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        appendEscaped(out, byteAt(bytes, i));
 }
 
 // `text` with what `escape` writes, from the bytes and the code point, in place of everything that
@@ -133,8 +138,16 @@ std::size_t utf8Length(std::string_view text) {
 
 std::string printable(std::string_view text) {
     return replaced(text, [](std::string& out, std::string_view bytes, std::uint32_t) {
-        for (std::size_t i = 0; i < bytes.size(); ++i)
-            appendEscaped(out, byteAt(bytes, i));
+        appendEscaped(out, bytes);
+    });
+}
+
+std::string withoutControls(std::string_view text) {
+    return replaced(text, [](std::string& out, std::string_view bytes, std::uint32_t) {
+        if (decode(bytes).length == 0)
+            out += bytes;
+        else
+            appendEscaped(out, bytes);
     });
 }
 

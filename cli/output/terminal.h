@@ -21,6 +21,10 @@ std::size_t terminalWidth(int descriptor);
 // A line feed becomes \n, a tab \t, every other byte \xHH.
 std::string printable(std::string_view text);
 
+// Returns `text` with the same replacements, but with bytes that are not UTF-8 unchanged: for lines
+// that programs read.
+std::string withoutControls(std::string_view text);
+
 // The same for `json`, JSON on one line: in place of the characters stand \uXXXX, so that it means
 // what it did.
 std::string printableJson(std::string_view json);

@@ -111,16 +111,21 @@ class Hash(ToolTest):
         writer.join()
         self.assertEqual((done.status, done.text), (0, "pipe=%s%s\n" % (GOST94, gost94(b"x" * 100000))))
 
-    def test_files_whose_size_is_not_what_they_give_are_read_as_streams(self):
+    def test_files_whose_size_is_not_what_they_give_are_refused_but_not_as_streams(self):
         for name in ("/proc/version", "/proc/filesystems", "/sys/kernel/mm/transparent_hugepage/enabled"):
             if not os.path.exists(name):
                 continue
             with self.subTest(name=name):
                 with open(name, "rb") as file:
                     content = file.read()
-                self.assertNotEqual(os.stat(name).st_size, len(content))
                 done = self.run_tool("hash", "-a", "md5", name)
-                self.assertEqual(done.text, "%s=%s%s\n" % (name, MD5, md5(content)))
+                self.assertEqual((done.status, done.out), (1, b""))
+                self.assertEqual(done.complaint, "pelorik: hash: %s: size mismatch: stat reports %d bytes, "
+                                 "read returned %d\n" % (name, os.stat(name).st_size, len(content)))
+                with open(name, "rb") as file:
+                    done = subprocess.run([TOOL, "hash", "-a", "md5", "--bare"], stdin=file,
+                                          env=environment(), capture_output=True)
+                self.assertEqual((done.returncode, done.stdout.decode()), (0, md5(content) + "\n"))
 
     def test_a_directory_and_a_missing_file_are_errors_with_a_hint_and_the_others_are_hashed(self):
         os.mkdir("d")

@@ -74,7 +74,8 @@ class Names(ToolTest):
         self.assertTrue(seen.startswith(b"pelorik: hash: " + SHOWN + b"!: No such"))
         _, seen, piped = Terminal(*words, err=False).finish()
         self.assertTrue(seen.startswith(SHOWN + b"="))
-        self.assertTrue(piped.startswith(b"pelorik: hash: " + NASTY + b"!: No such"))
+        escaped = SHOWN.replace(b"\\xff", b"\xff")  # what is not UTF-8 is no control character
+        self.assertTrue(piped.startswith(b"pelorik: hash: " + escaped + b"!: No such"))
 
 
 class Colour(ToolTest):

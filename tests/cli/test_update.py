@@ -229,7 +229,7 @@ class Unreadable(UpdateTest):
         self.write("list", record("d", b""))
         done = self.update("list")
         self.assertEqual((done.status, done.out), (2, b""))
-        self.assertIn("d: is no regular file any more", done.complaint)
+        self.assertIn("d: Is a directory", done.complaint)
 
     def test_a_list_that_cannot_be_replaced(self):
         os.chmod("secret", 0o644)
