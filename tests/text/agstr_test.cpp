@@ -173,6 +173,17 @@ TEST(AGStrAssignment, LeavesNoBlockForANullPointer) {
     expectNoBlock(string);
 }
 
+TEST(AGStrAssignment, OfNothingLeavesTheLengthZeroForSubclasses) {
+    Fields string("abc");
+    static_cast<AGStr&>(string) = static_cast<const char*>(nullptr);
+    EXPECT_EQ(string.length, 0U);
+    EXPECT_EQ(string.buffer, nullptr);
+    string.GetBufferSetLength(3);
+    string.Format("%s", "");
+    EXPECT_EQ(string.length, 0U);
+    EXPECT_EQ(string.buffer, nullptr);
+}
+
 TEST(AGStrAssignment, CopiesTexts) {
     AGStr string;
     EXPECT_EQ(&(string = "abc"), &string);
