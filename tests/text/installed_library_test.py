@@ -6,6 +6,7 @@ usage: installed_library_test.py BUILD_DIRECTORY
 
 import os
 import pathlib
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -39,6 +40,8 @@ class Caller(unittest.TestCase):
         program = self.scratch / "caller"
         for compiler in ("g++", "clang++"):
             with self.subTest(compiler=compiler):
+                if shutil.which(compiler) is None:
+                    self.skipTest(f"no {compiler}")
                 run(compiler, "-std=c++11", "-fno-rtti", "-I", self.prefix / "include" / "pelorikutil", SOURCE,
                     "-o", program, *library)
                 run(program)
