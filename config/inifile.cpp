@@ -6,6 +6,7 @@
 #include <ios>
 #include <new>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -61,8 +62,9 @@ bool split(string_view line, KeyLine& parts) {
     return true;
 }
 
+// Changes nothing when it throws.
 void store(Keys& keys, const KeyLine& parts) {
-    keys[std::string(parts.name)].assign(parts.value);
+    keys.insert_or_assign(std::string(parts.name), std::string(parts.value));
 }
 
 // The lines that std::getline gives, and the stream as it leaves it, except that a failed
@@ -93,7 +95,7 @@ public:
         } catch (const std::bad_alloc&) {
             throw;
         } catch (...) {
-            if (config::isCancellation() || !changed_ || !in_.bad())
+            if (pelorikutil::isCancellation() || !changed_ || !in_.bad())
                 throw; // as the stream was told to
         }
         in_.exceptions(wanted_);
@@ -172,6 +174,14 @@ std::string IniFile::parseValue(std::string text) {
 
 void IniFile::parseLine(std::string line, std::string group) {
     KeyLine parts;
-    if (split(line, parts))
-        store(groups_[group], parts);
+    if (!split(line, parts))
+        return;
+    const auto known = groups_.find(group);
+    if (known != groups_.end()) {
+        store(known->second, parts);
+        return;
+    }
+    Keys keys;
+    store(keys, parts);
+    groups_.emplace(std::move(group), std::move(keys));
 }

@@ -86,7 +86,8 @@ public:
     std::string parseValue(std::string text);
 
     /// Stores the value that `line`, which has been cleaned up, holds in `group`. A line without
-    /// `=` stores nothing. For one thread, while no other looks anything up.
+    /// `=` stores nothing. Changes nothing when it throws `std::bad_alloc`. For one thread, while
+    /// no other looks anything up.
     void parseLine(std::string line, std::string group);
 
 private:
