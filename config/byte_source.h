@@ -15,7 +15,7 @@
 #include <string>
 #include <string_view>
 
-namespace config {
+namespace pelorikutil {
 
 // Gives what `std::ws`, `get` and `peek` give, and leaves the stream in the state in which they
 // leave it, without their cost of a sentry for every byte. The stream must live longer.
@@ -38,9 +38,9 @@ public:
         if (skipReadyWhite())
             return;
         int byte = guarded([this] { return buffer_->sgetc(); });
-        while (byte != kNone && isWhite(byte))
+        while (byte >= 0 && isWhite(byte))
             byte = guarded([this] { return buffer_->snextc(); });
-        if (byte == kNone && in_.good())
+        if (byte == kNone)
             in_.setstate(std::ios::eofbit);
     }
 
@@ -61,9 +61,9 @@ public:
             return kNone;
         }
         const int byte = guarded([this] { return buffer_->sgetc(); });
-        if (byte == kNone && in_.good())
+        if (byte == kNone)
             in_.setstate(std::ios::eofbit);
-        return byte;
+        return std::max(byte, kNone);
     }
 
     // Appends to `out` the bytes that lie ready in the buffer, up to the first one that `belongs`
@@ -82,6 +82,8 @@ public:
     bool bad() const { return in_.bad(); }
 
 private:
+    static constexpr int kThrew = kNone - 1;
+
     // What a stream buffer shows of its bytes to classes that derive from it.
     struct GetArea : std::streambuf {
         // At most as many as one step can skip.
@@ -122,12 +124,12 @@ private:
             return kNone;
         }
         const int byte = guarded(read);
-        if (byte == kNone)
-            in_.setstate(in_.good() ? std::ios::eofbit | std::ios::failbit : std::ios::failbit);
-        return byte;
+        if (byte < 0)
+            in_.setstate(byte == kNone ? std::ios::eofbit | std::ios::failbit : std::ios::failbit);
+        return std::max(byte, kNone);
     }
 
-    // What `read` gives; when it throws, kNone and a bad stream. A stream that was told to throw
+    // What `read` gives; when it throws, kThrew and a bad stream. A stream that was told to throw
     // when it turns bad passes the exception on, and a thread's cancellation is always passed on.
     template<class Read>
     int guarded(Read read) {
@@ -138,7 +140,7 @@ private:
             if (isCancellation() || (in_.exceptions() & std::ios::badbit) != 0)
                 throw;
         }
-        return kNone;
+        return kThrew;
     }
 
     void turnBad() {
@@ -155,6 +157,6 @@ private:
     const std::ctype<char>& characters_;
 };
 
-} // namespace config
+} // namespace pelorikutil
 
 #endif

@@ -5,7 +5,7 @@
 
 #include <exception>
 
-namespace config {
+namespace pelorikutil {
 
 // Whether what `catch (...)` has just caught is the thread's cancellation, which has to be thrown
 // on: a handler that keeps it ends the process. It is no exception of C++, so that there is none to
@@ -14,6 +14,6 @@ inline bool isCancellation() {
     return std::current_exception() == nullptr;
 }
 
-} // namespace config
+} // namespace pelorikutil
 
 #endif

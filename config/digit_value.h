@@ -3,7 +3,7 @@
 #ifndef PELORIK_CONFIG_DIGIT_VALUE_H
 #define PELORIK_CONFIG_DIGIT_VALUE_H
 
-namespace config {
+namespace pelorikutil {
 
 // The value of a digit, or -1 for what is none in base 10 or 16.
 inline int digitValue(int digit, int base) {
@@ -16,6 +16,6 @@ inline int digitValue(int digit, int base) {
     return -1;
 }
 
-} // namespace config
+} // namespace pelorikutil
 
 #endif

@@ -4,9 +4,10 @@
 #include "config/xml_walk.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
-#include <new>
 #include <string_view>
 #include <utility>
 
@@ -30,84 +31,11 @@ XMLDeclaration* firstOf(const Elements& children, Wanted wanted) {
     return found == children.end() ? nullptr : *found;
 }
 
-// One run over elements that are to be deleted. The destructor of the element that a run is
-// deleting leaves the element's children to the run, so that depth costs no stack, while every
-// destructor still finds the children of its own element in place.
-class Erasure {
-public:
-    // Deletes the elements of `doomed` in their order, and all that is below them.
-    explicit Erasure(Elements& doomed) : pending_(std::move(doomed)), outer_(running) {
-        doomed.clear();
-        std::reverse(pending_.begin(), pending_.end());
-        running = this;
-    }
+// How deep deletion recurses.
+constexpr std::uint64_t kRecursiveLevels = 1000;
 
-    Erasure(const Erasure&) = delete;
-    Erasure& operator=(const Erasure&) = delete;
-    ~Erasure() { running = outer_; }
-
-    void run() {
-        while (!pending_.empty()) {
-            current_ = pending_.back();
-            pending_.pop_back();
-            delete current_;
-        }
-    }
-
-    static bool isDeleting(const XMLDeclaration* element) {
-        return running != nullptr && running->current_ == element;
-    }
-
-    // Leaves `children` to the run that is deleting their parent; false when there is no memory.
-    static bool takeOver(const Elements& children) {
-        try {
-            running->pending_.insert(running->pending_.end(), children.rbegin(), children.rend());
-            return true;
-        } catch (const std::bad_alloc&) {
-            return false;
-        }
-    }
-
-private:
-    Elements pending_; // the next one last
-    XMLDeclaration* current_ = nullptr;
-    Erasure* outer_;
-
-    static thread_local Erasure* running;
-};
-
-thread_local Erasure* Erasure::running = nullptr;
-
-// The children of an element that is to be deleted and that nobody looks at any more.
-Elements& childrenOf(XMLDeclaration& element) {
-    return const_cast<Elements&>(element.GetChildren());
-}
-
-// Deletes everything below `top`, children before their parents. Takes no memory, and depth costs
-// no stack: where the way goes down, the way back up stands in the place of the child.
-void eraseBelow(XMLDeclaration& top) {
-    XMLDeclaration* element = &top;
-    XMLDeclaration* parent = nullptr; // only `top` has none
-    for (;;) {
-        Elements& children = childrenOf(*element);
-        if (!children.empty()) {
-            XMLDeclaration* const child = children.back();
-            if (child == nullptr) {
-                children.pop_back();
-                continue;
-            }
-            children.back() = parent;
-            parent = std::exchange(element, child);
-        } else if (parent != nullptr) {
-            delete element;
-            element = parent;
-            parent = childrenOf(*element).back();
-            childrenOf(*element).pop_back();
-        } else {
-            return;
-        }
-    }
-}
+// What a tag has room for: a level, or an address of user space, which is above all levels.
+constexpr std::uint64_t kDeletionBits = (std::uint64_t{1} << 56) - 1;
 
 } // namespace
 
@@ -119,17 +47,85 @@ const std::string XMLDocument::HashAttrKey = "Hash";
 
 XMLDocument::~XMLDocument() = default;
 
+// Deletes the elements below one.
+//
+// Down to `kRecursiveLevels` an element's destructor deletes its children, which is plain
+// recursion. Each element knows its level from the one above. Below, the children are deleted
+// first, in a loop that finds its way back up through the addresses that the elements keep of their
+// parents. Neither needs memory, and an element under deletion is listed nowhere.
+class XMLDeclaration::Deletion {
+public:
+    static void ofChildren(XMLDeclaration& element) {
+        const std::uint64_t level = element.tag_->deletion_;
+        if (level < kRecursiveLevels)
+            recurse(element, level + 1);
+        else
+            ascend(element);
+    }
+
+private:
+    static void recurse(XMLDeclaration& parent, std::uint64_t level) {
+        do {
+            for (std::size_t i = 0; i < parent.children_.size(); ++i) {
+                XMLDeclaration* const child = parent.children_[i];
+                parent.children_[i] = nullptr;
+                if (child != nullptr)
+                    deleteAt(level, child);
+            }
+        } while (hasChild(parent)); // which a destructor has added
+        parent.children_.clear();
+    }
+
+    static bool hasChild(const XMLDeclaration& parent) {
+        return firstOf(parent.children_, [](const XMLDeclaration&) { return true; }) != nullptr;
+    }
+
+    static void ascend(XMLDeclaration& top) {
+        XMLDeclaration* element = &top;
+        for (;;) {
+            if (XMLDeclaration* const child = takeLastChild(*element)) {
+                setParent(*child, element);
+                element = child;
+            } else if (element != &top) {
+                XMLDeclaration* const parent = parentOf(*element);
+                deleteAt(kRecursiveLevels, element);
+                element = parent;
+            } else {
+                return;
+            }
+        }
+    }
+
+    static void deleteAt(std::uint64_t level, XMLDeclaration* element) {
+        element->tag_->deletion_ = level & kDeletionBits;
+        delete element;
+    }
+
+    // Null when there is none.
+    static XMLDeclaration* takeLastChild(XMLDeclaration& element) {
+        XMLDeclaration* child = nullptr;
+        while (child == nullptr && !element.children_.empty()) {
+            child = element.children_.back();
+            element.children_.pop_back();
+        }
+        return child;
+    }
+
+    static void setParent(XMLDeclaration& element, XMLDeclaration* parent) {
+        element.tag_->deletion_ = std::bit_cast<std::uint64_t>(parent) & kDeletionBits;
+    }
+
+    static XMLDeclaration* parentOf(const XMLDeclaration& element) {
+        return std::bit_cast<XMLDeclaration*>(std::uint64_t{element.tag_->deletion_});
+    }
+};
+
 XMLDeclaration::~XMLDeclaration() {
-    if (children_.empty())
-        return;
-    if (!Erasure::isDeleting(this))
-        EraseAll();
-    else if (!Erasure::takeOver(children_))
-        eraseBelow(*this);
+    Deletion::ofChildren(*this);
 }
 
 void XMLDeclaration::EraseAll() {
-    Erasure(children_).run();
+    Deletion::ofChildren(*this);
     tag_->attributes_.clear();
     body_.clear();
 }
@@ -177,10 +173,14 @@ bool XMLDeclaration::GetBinBody(unsigned index, long& out) const {
 }
 
 void XMLDeclaration::FormatLineIndents(unsigned level) {
-    xml_walk::visit(*this, [=](XMLDeclaration& element, std::size_t depth) {
+    const auto nothing = [](XMLDeclaration&, std::size_t) {};
+    pelorikutil::WalkPath<XMLDeclaration> path;
+    pelorikutil::visitElements(*this, path, nothing, nothing); // takes all the memory
+    const auto setLevel = [=](XMLDeclaration& element, std::size_t depth) {
         if (depth > 0)
             element.SetIndentLevel(level + static_cast<unsigned>(depth - 1));
-    });
+    };
+    pelorikutil::visitElements(*this, path, setLevel, nothing);
 }
 
 void toHexString(std::string& out, const char* data, unsigned long length) {
@@ -201,8 +201,8 @@ void fromHexString(std::string& out, const std::string& in) {
     if (&out != &in)
         out.resize(count);
     for (std::size_t i = 0; i < count; ++i) {
-        const int high = config::digitValue(in[2 * i], 16);
-        const int low = config::digitValue(in[2 * i + 1], 16);
+        const int high = pelorikutil::digitValue(in[2 * i], 16);
+        const int low = pelorikutil::digitValue(in[2 * i + 1], 16);
         if (high < 0 || low < 0)
             break;
         out[i] = static_cast<char>(high * 16 + low);

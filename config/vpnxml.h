@@ -7,9 +7,10 @@
 /// instructions, namespaces or entities but `&amp;` `&apos;` `&gt;` `&lt;` `&quot;` and numeric
 /// references.
 ///
-/// Depth of nesting costs heap, never stack, in every operation.
+/// Depth of nesting costs heap, never stack. Deletion alone costs no heap, but stack for at most
+/// 1,000 levels.
 ///
-/// A tree belongs to one thread at a time. Deliberate: writing counts as changing it, because
+/// A tree belongs to one thread at a time. Compatibility: writing changes it too, because
 /// `WriteToString` may set indent levels and `XMLDocument::Write` adds an attribute for a while.
 
 #ifndef PELORIK_CONFIG_VPNXML_H
@@ -28,7 +29,6 @@
 #include <vector>
 
 class HashMD5_Calc;
-class XMLReader; // the library's own
 
 /// Thrown by everything that reads a document when the text is not one, or cannot be read.
 ///
@@ -61,7 +61,8 @@ public:
     class PELORIK_API tag {
     public:
         /// A start tag without attributes.
-        explicit tag(const std::string& name = std::string()) : name_(name), closing_(false) {}
+        explicit tag(const std::string& name = std::string())
+            : name_(name), closing_(false), deletion_(0) {}
 
         /// Any bytes; neither checked nor escaped when written.
         const std::string& GetName() const { return name_; }
@@ -94,10 +95,12 @@ public:
     private:
         friend class XMLDeclaration;
         friend class XMLDocument;
-        friend class XMLReader;
         std::string name_;
         std::list<Attribute> attributes_;
         bool closing_;
+        // In the bytes that the flag leaves: where the element stands in a deletion that is under
+        // way, either its level or the address of its parent.
+        std::uint64_t deletion_ : 56;
     };
 
     /// An element without attributes, children or body, of indent level 0.
@@ -107,8 +110,16 @@ public:
     XMLDeclaration(const XMLDeclaration&) = delete;
     XMLDeclaration& operator=(const XMLDeclaration&) = delete;
 
-    /// Deletes the element and everything below it, each child through its own destructor: parents
-    /// before their children, unless memory has run out.
+    /// Deletes the element and everything below it, each child through its own destructor. Takes no
+    /// memory.
+    ///
+    /// Down to 1,000 levels this is plain recursion: the destructors of subclasses run first, then
+    /// the children are deleted in document order, and then the element's attributes, body, name
+    /// and memory are freed. Below 1,000 levels the children are deleted before the destructors of
+    /// their parent run, the last child first.
+    ///
+    /// A destructor may use all elements above its own. Its own is not among their children any
+    /// more; down to 1,000 levels a null child is in its place.
     virtual ~XMLDeclaration();
 
     /// Any bytes; neither checked nor escaped when written.
@@ -168,11 +179,12 @@ public:
     /// Deliberate: the number is cut to its low 32 bits, which count as signed: 4294967297 gives 1.
     bool GetBinBody(unsigned index, long& out) const;
 
-    /// Deletes all children, attributes and the body. Name and indent level stay.
+    /// Deletes all children, as the destructor does, and then the attributes and the body. Name and
+    /// indent level stay. Takes no memory.
     void EraseAll();
 
     /// Sets the indent level of the children to `level`, of their children to `level` + 1, and so
-    /// on. The element's own level stays.
+    /// on. The element's own level stays. Changes no level when it throws `std::bad_alloc`.
     void FormatLineIndents(unsigned level);
 
     /// Writes the element and everything below it, each element on lines of its own:
@@ -191,16 +203,20 @@ public:
     void Write(std::ostream& out);
 
     /// Sets `out` to what `Write` writes, after `FormatLineIndents(level)` when `level` is not 0.
-    /// The indent levels stay changed.
+    /// The indent levels stay changed. `out` stays unchanged when this throws `std::bad_alloc`.
     void WriteToString(std::string& out, unsigned level);
 
     /// Reads the content and the end tag of this element, whose start tag has been read.
     ///
-    /// White space before the content is dropped, behind it kept. Children are appended to those
-    /// that there are; a body is replaced. Throws `XMLParserError`; the children that were complete
-    /// stay, the one in which the error stands does not.
+    /// A text replaces the body: white space before it is dropped, after it kept. Children are
+    /// appended to those that there are: white space before and after them is dropped. An element
+    /// without either keeps the body and the children that it has.
     ///
-    /// Deliberate: a self-closing tag of this element's name ends it too, behind text.
+    /// Throws `XMLParserError` or `std::bad_alloc`. A text and the children that were complete
+    /// stay; the child that was not complete is deleted.
+    ///
+    /// Compatibility: after a text, a self-closing tag of this element's name ends the element too,
+    /// because existing documents rely on it.
     void Read(std::istream& in);
 
     /// Reads child elements up to an end tag, which it returns, whatever its name.
@@ -210,7 +226,8 @@ public:
 
 private:
     friend class XMLDocument;
-    friend class XMLReader;
+    class Deletion;
+    class Parser;
     explicit XMLDeclaration(std::unique_ptr<tag> startTag)
         : tag_(std::move(startTag)), indentLevel_(0) {}
 
@@ -251,29 +268,41 @@ public:
     /// such a document cannot be read again.
     void Write(std::ostream& out);
 
-    /// Reads a document from `in` up to its end into this one, to what it has already: read into a
+    /// Reads a document from `in` up to its end into this one. What this one has stays: read into a
     /// new document, or call `EraseAll` before.
     ///
-    /// The root's first attribute "Hash" is taken away, whether or not a digest is demanded.
+    /// The root's first attribute "Hash" is removed when the whole document was read, whether or
+    /// not a digest is demanded.
     ///
-    /// Deliberate: an input of one byte that is not `<`, with or without white space around, is an
-    /// empty document. A decimal reference needs one byte before its digits: `&#065;` is "A". A
-    /// comment's end is not looked for at the byte behind two dashes: `--->` ends none.
+    /// Compatibility, because existing documents rely on it:
     ///
-    /// Throws `XMLHashError` when the whole document was read but its digest does not hold, and
-    /// `XMLParserError` otherwise, each leaving what was read:
+    /// - An input of one byte is an empty document, which keeps its name. White space may surround
+    ///   the byte. It is not white space, `<` or EF; right after a byte order mark it is any byte
+    ///   but `<`.
+    /// - A decimal reference drops one byte before its digits: `&#065;` is "A".
+    /// - `--->` does not end a comment.
     ///
-    /// - "Unexpected end of stream", with ", while 'TEXT' ecpected" behind it where only one text
-    ///   could follow
-    /// - "Read error" when the stream fails, without ending, before anything was read or behind the
-    ///   root; "stream read error" when it fails in between
+    /// Throws `XMLHashError` when the whole document was read and its digest is missing or wrong,
+    /// and `XMLParserError` otherwise:
+    ///
+    /// - "Unexpected end of stream", followed by ", while 'TEXT' ecpected" in a comment, a quoted
+    ///   value or a reference, but not right after `&` and `&#`
+    /// - "Read error" when the stream is bad before the first byte or after the root; "stream read
+    ///   error" when it yields no byte in between, but has not ended
     /// - "Unexpected symbol, when parsing Byte Order Mark (BOM). UTF-8 only supported: EF BB BF"
     /// - "'<!--' expected", "'<' expected at begining of tag", "'>' expected at end of tag",
-    ///   "'=' expected", "\"xml\" expected", "\"?>\" expected", "End of file expected"
+    ///   "\"xml\" expected", "\"?>\" expected"
+    /// - "'=' expected", also when the stream ends or fails there
+    /// - "End of file expected", also when the stream has failed before without being bad or at
+    ///   its end
     /// - "NAME [End tag mismatch]" when another element's end tag, and "NAME [End tag expected]"
-    ///   when a start tag, stands where the element NAME should end
+    ///   when a start tag, is where the element NAME should end
     /// - "Unknown Entity"; "invalid hexadecimal value", "to big hexadecimal value" (above 255), the
     ///   same two with "decimal", and "not printable hexadecimal char" (below 9)
+    ///
+    /// Each leaves the root's name and attributes as far as they were read, its body, and the
+    /// children that were complete. So does `std::bad_alloc`, after which the attribute "Hash" may
+    /// be there or not, and its digest is not checked.
     void Read(std::istream& in);
 
     /// Reads the rest of an XML declaration whose `<` has been taken. Its attributes are neither

@@ -20,7 +20,7 @@ void XMLHashFunctor::operator()(const XMLDeclaration::Attribute& attribute) cons
 void XMLHashFunctor::operator()(const XMLDeclaration* element) const {
     if (element == nullptr)
         return;
-    xml_walk::visit(*element, [this](const XMLDeclaration& visited, std::size_t) {
+    pelorikutil::visitElements(*element, [this](const XMLDeclaration& visited, std::size_t) {
         feed(*calc_, visited.GetName());
         std::for_each(visited.GetAttributes().begin(), visited.GetAttributes().end(), *this);
         if (visited.GetChildren().empty())
@@ -28,7 +28,7 @@ void XMLHashFunctor::operator()(const XMLDeclaration* element) const {
     });
 }
 
-HashMD5 xml_digest::ofDocument(const XMLDeclaration& root) {
+HashMD5 pelorikutil::digestOf(const XMLDeclaration& root) {
     HashMD5_Calc calc;
     calc.Reset();
     XMLHashFunctor functor(&calc);

@@ -6,10 +6,10 @@
 #include "config/vpnxml.h"
 #include "digest/_md5.h"
 
-namespace xml_digest {
+namespace pelorikutil {
 
-HashMD5 ofDocument(const XMLDeclaration& root);
+HashMD5 digestOf(const XMLDeclaration& root);
 
-} // namespace xml_digest
+} // namespace pelorikutil
 
 #endif

@@ -6,7 +6,7 @@
 #include <array>
 #include <string_view>
 
-namespace config {
+namespace pelorikutil {
 
 namespace {
 
@@ -52,21 +52,25 @@ bool isDelimiter(int byte) {
 
 } // namespace
 
-// Ends the reading where no byte came.
+// Reports that no byte came.
 void XMLLexer::failWithoutByte(const char* expected) const {
     if (source_.ended())
         failAtEnd(expected);
     fail(kStreamReadError);
 }
 
-void XMLLexer::expect(char wanted, const char* error) {
-    const int byte = source_.take();
-    if (byte == ByteSource::kNone && !source_.ended())
-        fail(kStreamReadError);
-    if (byte != wanted)
-        fail(error);
+void XMLLexer::requireEquals() {
+    if (source_.take() != '=')
+        fail("'=' expected");
 }
 
+void XMLLexer::startToken() {
+    skipWhite();
+    if (source_.bad())
+        fail(kStreamReadError);
+}
+
+// The next byte, which stays. An ended or failed stream is left as taking a byte would leave it.
 int XMLLexer::next() {
     const int byte = source_.lookToTake();
     if (byte == ByteSource::kNone)
@@ -74,45 +78,48 @@ int XMLLexer::next() {
     return byte;
 }
 
-std::string XMLLexer::word() {
-    skipWhite();
-    requireReadable();
+std::string XMLLexer::ReadWord() {
+    startToken();
     std::string word;
+    ReadWord_(word);
+    return word;
+}
+
+// Appends the bytes up to a delimiter to `out`.
+void XMLLexer::ReadWord_(std::string& out) {
     for (;;) {
-        source_.takeReady(word, [](int byte) { return !isDelimiter(byte); });
+        source_.takeReady(out, [](int byte) { return !isDelimiter(byte); });
         if (isDelimiter(next()))
-            return word;
-        word.push_back(static_cast<char>(take()));
+            return;
+        out.push_back(static_cast<char>(read_char()));
     }
 }
 
-std::string XMLLexer::quoted() {
-    skipWhite();
-    requireReadable();
+std::string XMLLexer::ReadQuotedString() {
+    startToken();
     const int quote = next();
     if (quote != '"' && quote != '\'')
         return {};
-    take();
+    read_char();
     std::string text;
     for (;;) {
         source_.takeReady(text, [quote](int byte) { return byte != quote && byte != '&'; });
-        const int byte = take("\" or '");
+        const int byte = read_char("\" or '");
         if (byte == quote)
             return text;
-        text.push_back(byte == '&' ? entity() : static_cast<char>(byte));
+        text.push_back(byte == '&' ? ReadEntity() : static_cast<char>(byte));
     }
 }
 
-std::string XMLLexer::text() {
-    skipWhite();
-    requireReadable();
+std::string XMLLexer::ReadText() {
+    startToken();
     std::string text;
     for (;;) {
         source_.takeReady(text, [](int byte) { return byte != '<' && byte != '&'; });
         if (next() == '<')
             return text;
-        const int byte = take();
-        text.push_back(byte == '&' ? entity() : static_cast<char>(byte));
+        const int byte = read_char();
+        text.push_back(byte == '&' ? ReadEntity() : static_cast<char>(byte));
     }
 }
 
@@ -126,13 +133,11 @@ bool XMLLexer::openTag(bool openTaken) {
     return openTaken;
 }
 
-int XMLLexer::firstByte() {
+int XMLLexer::startOfDocument() {
     skipWhite();
     const int byte = source_.take();
-    if (source_.ended())
+    if (byte == ByteSource::kNone && source_.ended())
         failAtEnd(nullptr);
-    if (byte == ByteSource::kNone)
-        fail(kReadError);
     return byte;
 }
 
@@ -144,37 +149,32 @@ void XMLLexer::expectEnd() {
         fail("End of file expected");
 }
 
-void XMLLexer::requireReadable() const {
-    if (source_.bad())
-        fail(kStreamReadError);
-}
-
 bool XMLLexer::takeOpen() {
     skipWhite();
     if (next() != '<')
         return false;
-    take();
+    read_char();
     return true;
 }
 
-// Skips a comment from its "!" on. The byte behind two dashes is not looked at again: "--->" ends
+// Skips a comment from its "!" on. The byte after two dashes is not looked at again: "--->" ends
 // none.
 void XMLLexer::comment() {
-    take();
+    read_char();
     for (int dashes = 0; dashes < 2; ++dashes) {
-        if (take("<!--") != '-')
+        if (read_char("<!--") != '-')
             fail("'<!--' expected");
     }
     constexpr char kEnd[] = "-->";
-    while (take(kEnd) != '-' || take(kEnd) != '-' || take(kEnd) != '>') {
+    while (read_char(kEnd) != '-' || read_char(kEnd) != '-' || read_char(kEnd) != '>') {
     }
 }
 
-// What the entity stands for whose "&" was taken.
-char XMLLexer::entity() {
-    switch (take()) {
+// Returns the byte of the entity whose "&" was taken.
+char XMLLexer::ReadEntity() {
+    switch (read_char()) {
     case 'a':
-        switch (take("&amp; or &apos;")) {
+        switch (read_char("&amp; or &apos;")) {
         case 'm':
             return namedEntity("p;", "&amp;", '&');
         case 'p':
@@ -195,20 +195,20 @@ char XMLLexer::entity() {
 
 char XMLLexer::namedEntity(const char* rest, const char* expected, char value) {
     for (; *rest != '\0'; ++rest) {
-        if (take(expected) != *rest)
+        if (read_char(expected) != *rest)
             fail("Unknown Entity");
     }
     return value;
 }
 
-// The byte behind "#" is dropped, whatever it is; only an "x" says something.
+// The byte after "#" is dropped, whatever it is; only an "x" has a meaning.
 char XMLLexer::numericEntity() {
-    const Notation& notation = take() == 'x' ? kHexadecimal : kDecimal;
+    const Notation& notation = read_char() == 'x' ? kHexadecimal : kDecimal;
     int value = 0;
     for (;;) {
         if (value > 255)
             fail(notation.tooBig);
-        const int byte = take(notation.expected);
+        const int byte = read_char(notation.expected);
         if (byte == ';')
             break;
         const int digit = digitValue(byte, notation.base);
@@ -221,4 +221,4 @@ char XMLLexer::numericEntity() {
     return static_cast<char>(value);
 }
 
-} // namespace config
+} // namespace pelorikutil

@@ -1,18 +1,18 @@
+#include "config/standard_error.h"
 #include "config/vpnxml.h"
 #include "config/xml_digest.h"
 #include "config/xml_lexer.h"
 
 #include <fstream>
-#include <iostream>
 #include <memory>
 #include <vector>
 
 // Reads elements from a stream, with its own stack of those whose end is still to come.
-class XMLReader {
+class XMLDeclaration::Parser {
 public:
     using Tag = XMLDeclaration::tag;
 
-    explicit XMLReader(std::istream& in) : lexer_(in) {}
+    explicit Parser(std::istream& in) : lexer_(in) {}
 
     bool readTag(Tag& tag, bool openTaken = false);
     int readAttributes(Tag& tag);
@@ -28,7 +28,7 @@ private:
     void readByteOrderMark();
     void readRoot(XMLDocument& document);
 
-    config::XMLLexer lexer_;
+    pelorikutil::XMLLexer lexer_;
 };
 
 namespace {
@@ -43,47 +43,48 @@ void requireEndTag(const XMLDeclaration& element, const XMLDeclaration::tag& tag
 } // namespace
 
 // True when the tag was self-closing. With `openTaken` its "<" was taken before the call.
-bool XMLReader::readTag(Tag& tag, bool openTaken) {
+bool XMLDeclaration::Parser::readTag(Tag& tag, bool openTaken) {
     tag.closing_ = false;
-    if (!lexer_.openTag(openTaken))
-        lexer_.expect('<', "'<' expected at begining of tag");
+    if (!lexer_.openTag(openTaken) && lexer_.read_char() != '<')
+        throw XMLParserError("'<' expected at begining of tag");
     lexer_.skipWhite();
-    if (lexer_.peek() == '/') {
-        lexer_.take();
+    if (lexer_.peek_char() == '/') {
+        lexer_.read_char();
         tag.closing_ = true;
     }
-    tag.name_ = lexer_.word();
+    tag.name_ = lexer_.ReadWord();
     bool selfClosing = false;
     if (tag.closing_)
         lexer_.skipWhite();
     else
         selfClosing = readAttributes(tag) == '/';
     if (selfClosing) {
-        lexer_.take();
+        lexer_.read_char();
         tag.closing_ = true;
     }
-    if (lexer_.take() != '>')
+    if (lexer_.read_char() != '>')
         throw XMLParserError("'>' expected at end of tag");
     return selfClosing;
 }
 
-int XMLReader::readAttributes(Tag& tag) {
+int XMLDeclaration::Parser::readAttributes(Tag& tag) {
     for (;;) {
         lexer_.skipWhite();
-        const int byte = lexer_.peek();
+        const int byte = lexer_.peek_char();
         if (byte == '/' || byte == '>')
             return byte;
         tag.attributes_.emplace_back();
         auto& [key, value] = tag.attributes_.back();
-        key = lexer_.word();
+        key = lexer_.ReadWord();
         lexer_.skipWhite();
-        lexer_.expect('=', "'=' expected");
-        value = lexer_.quoted();
+        lexer_.requireEquals();
+        value = lexer_.ReadQuotedString();
     }
 }
 
 // Reads children of `parent` up to an end tag that is not one of theirs.
-std::unique_ptr<XMLReader::Tag> XMLReader::readElements(XMLDeclaration& parent) {
+std::unique_ptr<XMLDeclaration::Parser::Tag>
+XMLDeclaration::Parser::readElements(XMLDeclaration& parent) {
     std::vector<Element> open; // each the parent of the next
     for (;;) {
         auto tag = std::make_unique<Tag>();
@@ -109,42 +110,42 @@ std::unique_ptr<XMLReader::Tag> XMLReader::readElements(XMLDeclaration& parent) 
     }
 }
 
-void XMLReader::readContent(XMLDeclaration& element) {
+void XMLDeclaration::Parser::readContent(XMLDeclaration& element) {
     if (!readText(element))
         requireEndTag(element, *readElements(element));
 }
 
 // Reads the text and the end tag of `element`; false when it begins with a tag instead.
-bool XMLReader::readText(XMLDeclaration& element) {
+bool XMLDeclaration::Parser::readText(XMLDeclaration& element) {
     lexer_.skipWhite();
-    if (lexer_.peek() == '<')
+    if (lexer_.peek_char() == '<')
         return false;
-    element.body_ = lexer_.text();
+    element.body_ = lexer_.ReadText();
     Tag end;
     readTag(end);
     requireEndTag(element, end);
     return true;
 }
 
-void XMLReader::readHeader() {
-    if (lexer_.word() != "?xml")
+void XMLDeclaration::Parser::readHeader() {
+    if (lexer_.ReadWord() != "?xml")
         throw XMLParserError("\"xml\" expected");
-    for (lexer_.skipWhite(); lexer_.peek() != '?'; lexer_.skipWhite()) {
-        lexer_.word();
+    for (lexer_.skipWhite(); lexer_.peek_char() != '?'; lexer_.skipWhite()) {
+        lexer_.ReadWord();
         lexer_.skipWhite();
-        lexer_.expect('=', "'=' expected");
-        lexer_.quoted();
+        lexer_.requireEquals();
+        lexer_.ReadQuotedString();
     }
-    lexer_.take();
-    if (lexer_.take() != '>')
+    lexer_.read_char();
+    if (lexer_.read_char() != '>')
         throw XMLParserError("\"?>\" expected");
 }
 
-void XMLReader::readDocument(XMLDocument& document) {
-    int byte = lexer_.firstByte();
+void XMLDeclaration::Parser::readDocument(XMLDocument& document) {
+    int byte = lexer_.startOfDocument();
     if (byte == 0xEF) {
         readByteOrderMark();
-        byte = lexer_.take();
+        byte = lexer_.read_char();
     }
     if (byte == '<')
         readRoot(document);
@@ -152,14 +153,14 @@ void XMLReader::readDocument(XMLDocument& document) {
 }
 
 // Reads the mark from its second byte on.
-void XMLReader::readByteOrderMark() {
-    if (lexer_.take() != 0xBB || lexer_.take() != 0xBF)
+void XMLDeclaration::Parser::readByteOrderMark() {
+    if (lexer_.read_char() != 0xBB || lexer_.read_char() != 0xBF)
         throw XMLParserError("Unexpected symbol, when parsing Byte Order Mark (BOM). "
                              "UTF-8 only supported: EF BB BF");
 }
 
 // Reads the XML declaration, if there is one, and the root, from the byte behind "<" on.
-void XMLReader::readRoot(XMLDocument& document) {
+void XMLDeclaration::Parser::readRoot(XMLDocument& document) {
     const bool hasHeader = lexer_.nextIs('?');
     if (hasHeader)
         readHeader();
@@ -168,27 +169,27 @@ void XMLReader::readRoot(XMLDocument& document) {
 }
 
 bool XMLDeclaration::tag::ReadDecl(std::istream& in) {
-    return XMLReader(in).readTag(*this);
+    return Parser(in).readTag(*this);
 }
 
 int XMLDeclaration::tag::ReadAttribs(std::istream& in) {
-    return XMLReader(in).readAttributes(*this);
+    return Parser(in).readAttributes(*this);
 }
 
 void XMLDeclaration::Read(std::istream& in) {
-    XMLReader(in).readContent(*this);
+    Parser(in).readContent(*this);
 }
 
 std::unique_ptr<XMLDeclaration::tag> XMLDeclaration::ReadElements(std::istream& in) {
-    return XMLReader(in).readElements(*this);
+    return Parser(in).readElements(*this);
 }
 
 void XMLDocument::processXMLheader(std::istream& in) {
-    XMLReader(in).readHeader();
+    Parser(in).readHeader();
 }
 
 void XMLDocument::Read(std::istream& in) {
-    XMLReader(in).readDocument(*this);
+    Parser(in).readDocument(*this);
     const std::string digits = GetAttr(HashAttrKey);
     DelAttr(HashAttrKey);
     if (!useHash_)
@@ -197,7 +198,7 @@ void XMLDocument::Read(std::istream& in) {
         throw XMLHashError("empty hash attribute");
     // A NUL among the digits would hide what stands behind it.
     const bool whole = digits.find('\0') == std::string::npos;
-    if (!whole || !xml_digest::ofDocument(*this).Check(digits.c_str(), false))
+    if (!whole || !pelorikutil::digestOf(*this).Check(digits.c_str(), false))
         throw XMLHashError("invalid hash");
 }
 
@@ -205,8 +206,8 @@ bool XMLDocument::Load(const char* path) {
     path = path == nullptr ? "" : path;
     std::ifstream file(path);
     if (!file.is_open()) {
-        std::cerr << "WARNING: Can`t open " << GetName() << " file [" << path << "] for reading"
-                  << std::endl;
+        pelorikutil::standardError() << "WARNING: Can`t open " << GetName() << " file [" << path
+                                     << "] for reading" << std::endl;
         return false;
     }
     try {
@@ -214,7 +215,8 @@ bool XMLDocument::Load(const char* path) {
         return true;
     } catch (const std::exception& problem) {
         EraseAll();
-        std::cerr << "PARSE ERROR: [" << path << "] : " << problem.what() << std::endl;
+        pelorikutil::standardError()
+            << "PARSE ERROR: [" << path << "] : " << problem.what() << std::endl;
         return false;
     }
 }

@@ -8,18 +8,23 @@
 #include <cstddef>
 #include <vector>
 
-namespace xml_walk {
+namespace pelorikutil {
+
+// The elements that a visit is in, each the parent of the next, with its next child.
+template<class Element>
+struct WalkStep {
+    Element* element;
+    std::size_t nextChild;
+};
+template<class Element>
+using WalkPath = std::vector<WalkStep<Element>>;
 
 // For `top` and everything below it, in document order: calls enter(element, depth), with depth 0
 // for `top`, then visits the element's children, then calls leave(element, depth). Null children
-// are passed over. Neither may change the children of an element.
+// are passed over. Neither may change the children of an element. `path` is empty before and after;
+// a second visit with it takes no memory.
 template<class Element, class Enter, class Leave>
-void visit(Element& top, Enter enter, Leave leave) {
-    struct Level {
-        Element* element;
-        std::size_t nextChild;
-    };
-    std::vector<Level> path;
+void visitElements(Element& top, WalkPath<Element>& path, Enter enter, Leave leave) {
     const auto descend = [&](Element& element) {
         enter(element, path.size());
         path.push_back({&element, 0});
@@ -27,24 +32,30 @@ void visit(Element& top, Enter enter, Leave leave) {
 
     descend(top);
     while (!path.empty()) {
-        Level& level = path.back();
-        const auto& children = level.element->GetChildren();
-        if (level.nextChild == children.size()) {
-            Element& finished = *level.element;
+        WalkStep<Element>& step = path.back();
+        const auto& children = step.element->GetChildren();
+        if (step.nextChild == children.size()) {
+            Element& finished = *step.element;
             path.pop_back();
             leave(finished, path.size());
-        } else if (Element* const child = children[level.nextChild++]; child != nullptr) {
+        } else if (Element* const child = children[step.nextChild++]; child != nullptr) {
             descend(*child);
         }
     }
 }
 
-// As above, without anything to do after the children.
-template<class Element, class Enter>
-void visit(Element& top, Enter enter) {
-    visit(top, enter, [](Element&, std::size_t) {});
+template<class Element, class Enter, class Leave>
+void visitElements(Element& top, Enter enter, Leave leave) {
+    WalkPath<Element> path;
+    visitElements(top, path, enter, leave);
 }
 
-} // namespace xml_walk
+// As above, without anything to do after the children.
+template<class Element, class Enter>
+void visitElements(Element& top, Enter enter) {
+    visitElements(top, enter, [](Element&, std::size_t) {});
+}
+
+} // namespace pelorikutil
 
 #endif

@@ -1,3 +1,4 @@
+#include "config/standard_error.h"
 #include "config/vpnxml.h"
 #include "config/xml_digest.h"
 #include "config/xml_walk.h"
@@ -6,7 +7,6 @@
 #include <cstddef>
 #include <fcntl.h>
 #include <fstream>
-#include <iostream>
 #include <sstream>
 #include <string_view>
 #include <sys/stat.h>
@@ -130,7 +130,7 @@ void createForOwner(const char* path) {
 
 void XMLDeclaration::Write(std::ostream& out) {
     LineWriter lines(out);
-    xml_walk::visit(
+    pelorikutil::visitElements(
         *this, [&](const XMLDeclaration& element, std::size_t) { writeStart(lines, element); },
         [&](const XMLDeclaration& element, std::size_t) { writeEnd(lines, element); });
 }
@@ -150,7 +150,7 @@ void XMLDocument::Write(std::ostream& out) {
         return;
     }
     char digits[33];
-    AddAttr(HashAttrKey, xml_digest::ofDocument(*this).ToCSTR(digits, false));
+    AddAttr(HashAttrKey, pelorikutil::digestOf(*this).ToCSTR(digits, false));
     try {
         XMLDeclaration::Write(out);
     } catch (...) {
@@ -167,8 +167,8 @@ bool XMLDocument::Save(const char* path, bool restrictAccess) {
         createForOwner(path);
     std::ofstream file(path, std::ios::out | std::ios::trunc);
     if (!file.is_open()) {
-        std::cerr << "ERROR: Can`t open " << GetName() << " file [" << path << "] for writing"
-                  << std::endl;
+        pelorikutil::standardError() << "ERROR: Can`t open " << GetName() << " file [" << path
+                                     << "] for writing" << std::endl;
         return false;
     }
     Write(file);
