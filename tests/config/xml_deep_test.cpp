@@ -4,36 +4,20 @@
 #include "config/vpnxml.h"
 #include "digest/_md5.h"
 #include "tests/config/xml_support.h"
+#include "tests/support/small_stack.h"
 
-#include <functional>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sstream>
 #include <string>
 
 namespace {
 
 using std::string;
+using support::onSmallStack;
 using xml_support::addChild;
 using xml_support::readInto;
 
 constexpr std::size_t kLevels = 1'000'000;
-constexpr std::size_t kStack = 1 << 20;
-
-// Runs `action` on a stack of its own.
-void onSmallStack(std::function<void()> action) {
-    pthread_attr_t attributes;
-    ASSERT_EQ(pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, kStack), 0);
-    const auto run = [](void* argument) -> void* {
-        (*static_cast<std::function<void()>*>(argument))();
-        return nullptr;
-    };
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(&thread, &attributes, run, &action), 0);
-    ASSERT_EQ(pthread_join(thread, nullptr), 0);
-    pthread_attr_destroy(&attributes);
-}
 
 string repeated(const string& text, std::size_t count) {
     string all;

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <list>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -287,26 +288,106 @@ string errorOfFailing(const string& text) {
     return xml_support::messageOf([&] { document.Read(in); });
 }
 
-TEST(XMLStreams, SaysReadErrorOnlyBeforeTheFirstByteAndBehindTheRoot) {
+TEST(XMLStreams, SaysReadErrorOnlyBeforeTheFirstByteAndAfterTheRoot) {
     for (const char* text : {"", " ", "<a/>", "<a></a>\n", "x"})
         EXPECT_EQ(errorOfFailing(text), "Read error") << text;
-    for (const char* text :
-         {"<",       "\xEF",     "\xEF\xBB\xBF", "<?",       "<?xml",    "<?xml ",
-          "<?xml a", "<?xml a ", "<?xml a='",    "<?xml ?",  "<?xml ?>", "<!",
-          "<!-",     "<!--",     "<!-- --",      "<!-- -->", "< ",       "<a",
-          "<a ",     "<a b",     "<a b ",        "<a b=",    "<a b= ",   "<a b='x",
-          "<a/",     "<a>",      "<a> ",         "<a>x",     "<a>&",     "<a>&a",
-          "<a>&#",   "<a>&#x4",  "<a><b/>",      "<a></",    "<a></a",   "<a></a "})
+    for (const char* text : {"<",       "\xEF",      "\xEF\xBB\xBF", "<?",       "<?xml", "<?xml ",
+                             "<?xml a", "<?xml a='", "<?xml ?",      "<?xml ?>", "<!",    "<!-",
+                             "<!--",    "<!-- --",   "<!-- -->",     "< ",       "<a",    "<a ",
+                             "<a b",    "<a b=",     "<a b= ",       "<a b='x",  "<a/",   "<a>",
+                             "<a> ",    "<a>x",      "<a>&",         "<a>&a",    "<a>&#", "<a>&#x4",
+                             "<a><b/>", "<a></",     "<a></a",       "<a></a "})
         EXPECT_EQ(errorOfFailing(text), "stream read error") << text;
 }
 
-TEST(XMLStreams, AStreamThatHasFailedBeforeIsRefused) {
+TEST(XMLStreams, AStreamThatFailsBeforeAnEqualsSignLacksIt) {
+    for (const char* text : {"<a b ", "<?xml a ", "<a b='c' d\n"})
+        EXPECT_EQ(errorOfFailing(text), "'=' expected") << text;
+    XMLDeclaration::tag tag;
+    support::FailsAtItsEnd device("b ");
+    std::istream in(&device);
+    EXPECT_EQ(xml_support::messageOf([&] { tag.ReadAttribs(in); }), "'=' expected");
+}
+
+TEST(XMLStreams, AStreamThatFailsBetweenAttributesLeavesAnEmptyOne) {
     for (const std::ios::iostate state : {std::ios::badbit, std::ios::failbit}) {
-        std::istringstream in("<a/>");
+        XMLDeclaration::tag tag;
+        std::istringstream in("b='c'/>");
         in.setstate(state);
+        EXPECT_EQ(xml_support::messageOf([&] { tag.ReadAttribs(in); }), "stream read error");
+        EXPECT_EQ(tag.GetAttributes(), (std::list<XMLDeclaration::Attribute>{{"", ""}}));
+    }
+    XMLDocument document;
+    support::FailsAtItsEnd device("<a b='c' ");
+    std::istream in(&device);
+    EXPECT_EQ(xml_support::messageOf([&] { document.Read(in); }), "stream read error");
+    EXPECT_EQ(document.GetAttributes(),
+              (std::list<XMLDeclaration::Attribute>{{"b", "c"}, {"", ""}}));
+}
+
+// Sets a state of the stream that reads from it when its text has been read, and then ends or goes
+// on.
+class Spoils : public WholeText {
+public:
+    Spoils(string text, std::ios::iostate state, int next)
+        : WholeText(std::move(text), false), state_(state), next_(next) {}
+
+    std::istream* reader = nullptr;
+
+protected:
+    int_type underflow() override {
+        reader->setstate(state_);
+        return next_;
+    }
+
+private:
+    std::ios::iostate state_;
+    int next_;
+};
+
+template<class Read>
+Outcome readSpoilt(const string& text, std::ios::iostate state, int next, Read read) {
+    Spoils buffer(text, state, next);
+    std::istream in(&buffer);
+    buffer.reader = &in;
+    const string message = read(in);
+    return {message, in.rdstate(), buffer.taken()};
+}
+
+TEST(XMLStreams, AStreamThatFailsAfterTheRootIsReadToItsEndOrRefused) {
+    constexpr int kEnd = std::char_traits<char>::eof();
+    const struct {
+        std::ios::iostate state;
+        int next;
+        const char* message;
+    } table[] = {{std::ios::failbit, 'x', "End of file expected"},
+                 {std::ios::failbit, kEnd, ""},
+                 {std::ios::badbit, 'x', "Read error"},
+                 {std::ios::badbit, kEnd, "Read error"}};
+    for (const auto& row : table) {
+        const Outcome outcome = readSpoilt("<a/>", row.state, row.next, [](std::istream& in) {
+            XMLDocument document;
+            return xml_support::messageOf([&] { document.Read(in); });
+        });
+        EXPECT_EQ(outcome.message, row.message);
+        EXPECT_EQ(outcome, readSpoilt("<a/>", row.state, row.next, [](std::istream& in) {
+                      Node root;
+                      return xml_model::read(in, root);
+                  }));
+    }
+}
+
+TEST(XMLStreams, AStreamThatHasFailedBeforeIsRefused) {
+    const struct {
+        std::ios::iostate state;
+        const char* message;
+    } table[] = {{std::ios::badbit, "Read error"}, {std::ios::failbit, "End of file expected"}};
+    for (const auto& row : table) {
+        std::istringstream in("<a/>");
+        in.setstate(row.state);
         XMLDocument document;
-        EXPECT_EQ(xml_support::messageOf([&] { document.Read(in); }), "Read error");
-        EXPECT_EQ(in.rdstate(), state | std::ios::failbit);
+        EXPECT_EQ(xml_support::messageOf([&] { document.Read(in); }), row.message);
+        EXPECT_EQ(in.rdstate(), row.state | std::ios::failbit);
     }
     std::istringstream ended("<a/>");
     ended.setstate(std::ios::eofbit);

@@ -42,8 +42,6 @@ private:
         const int got = in_.get();
         if (in_.eof())
             throw Refusal{"Unexpected end of stream"};
-        if (!in_)
-            throw Refusal{"Read error"};
         return got;
     }
 
@@ -57,13 +55,16 @@ private:
     }
 
     int byte(const char* during = nullptr) { return checked(in_.get(), during); }
-    int peek() { return checked(in_.peek(), nullptr); }
+
+    int peek() {
+        const int got = in_.peek();
+        if (in_.eof())
+            throw Refusal{"Unexpected end of stream"};
+        return got;
+    }
 
     void equals() {
-        const int got = in_.get();
-        if (!in_ && !in_.eof())
-            throw Refusal{"stream read error"};
-        if (got != '=')
+        if (in_.get() != '=')
             throw Refusal{"'=' expected"};
     }
 

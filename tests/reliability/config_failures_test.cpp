@@ -81,6 +81,70 @@ TEST(XMLFailures, QueriesAndHexadecimalTextsAreWholeOrThrow) {
         {kNoMemory}, {});
 }
 
+// The indent levels of `element` and everything below it.
+string levelsOf(const XMLDeclaration& element) {
+    string levels = " " + std::to_string(element.GetIndentLevel());
+    for (const XMLDeclaration* const child : element.GetChildren())
+        levels += levelsOf(*child);
+    return levels;
+}
+
+TEST(XMLFailures, IndentLevelsAreAllSetOrNone) {
+    XMLDocument document;
+    XMLDeclaration* element = &document;
+    for (int depth = 0; depth < 5; ++depth) {
+        element->AddChild(new XMLDeclaration);
+        element = element->AddChild(new XMLDeclaration);
+    }
+    document.FormatLineIndents(7);
+    const string before = levelsOf(document);
+    const auto scenario = [&]() -> string {
+        try {
+            document.FormatLineIndents(2);
+        } catch (const std::bad_alloc&) {
+            const support::Uncounted own;
+            EXPECT_EQ(levelsOf(document), before);
+            throw;
+        }
+        const support::Uncounted own;
+        EXPECT_EQ(levelsOf(document), " 0 2 2 3 3 4 4 5 5 6 6");
+        document.FormatLineIndents(7);
+        return "";
+    };
+    failEverything(scenario, {kNoMemory}, {});
+}
+
+TEST(XMLFailures, ReadingWithoutMemoryLeavesTheChildrenThatWereComplete) {
+    const string complete[] = {"", "<a>b</a>\n", "<a>b</a>\n<c></c>\n"};
+    bool left[] = {false, false, false};
+    const auto scenario = [&]() -> string {
+        std::istringstream in(kDocument);
+        XMLDocument document("", true);
+        try {
+            document.Read(in);
+        } catch (const std::bad_alloc&) {
+            const support::Uncounted own;
+            string text;
+            for (XMLDeclaration* const child : document.GetChildren()) {
+                string line;
+                child->WriteToString(line, 0);
+                text += line;
+            }
+            const std::size_t count = document.GetChildren().size();
+            EXPECT_EQ(text, complete[count]);
+            left[count] = true;
+            document.EraseAll();
+            std::istringstream again(kDocument);
+            document.Read(again);
+            EXPECT_EQ(document.GetChildren().size(), 2u);
+            throw;
+        }
+        return "";
+    };
+    failEverything(scenario, {kNoMemory}, {});
+    EXPECT_TRUE(left[0] && left[1] && left[2]);
+}
+
 class XMLFileFailures : public testing::Test {
 protected:
     support::ScratchDirectory folder_;
@@ -139,6 +203,51 @@ TEST(IniFailures, TextsAreReadWholeOrTheReaderThrows) {
     EXPECT_EQ(scenario(), "[a group whose name needs memory of its own] [first] "
                           "a value that needs memory of its owndefault");
     failEverything(scenario, {kNoMemory}, {});
+}
+
+TEST(IniFailures, ALineIsStoredWholeOrNotAtAll) {
+    const struct {
+        const char* line;
+        const char* group;
+        const char* name;
+        const char* groups;
+    } table[] = {{"name=another value that needs memory of its own, and more of it", "first",
+                  "name", "[a group whose name needs memory of its own] [first] "},
+                 {"a new name that needs memory of its own=value", "first",
+                  "a new name that needs memory of its own",
+                  "[a group whose name needs memory of its own] [first] "},
+                 {"a new name that needs memory of its own=a value that needs memory of its own",
+                  "a new group whose name needs memory of its own",
+                  "a new name that needs memory of its own",
+                  "[a group whose name needs memory of its own] "
+                  "[a new group whose name needs memory of its own] [first] "}};
+    std::istringstream in(kIni);
+    const IniFile before(in);
+    const auto valueIn = [](const IniFile& ini, const char* group, const char* name) -> string {
+        try {
+            return ini.get(group, name, "none");
+        } catch (const CIniFileGroupNotFound&) {
+            return "no group";
+        }
+    };
+    for (const auto& row : table) {
+        const auto scenario = [&]() -> string {
+            IniFile ini = before;
+            try {
+                ini.parseLine(row.line, row.group);
+            } catch (const std::bad_alloc&) {
+                const support::Uncounted own;
+                EXPECT_EQ(ini.getAllGroups(), before.getAllGroups());
+                EXPECT_EQ(valueIn(ini, row.group, row.name), valueIn(before, row.group, row.name));
+                throw;
+            }
+            const support::Uncounted own;
+            EXPECT_EQ(ini.getAllGroups(), row.groups);
+            EXPECT_EQ(row.name + string("=") + ini.get(row.group, row.name), row.line);
+            return "";
+        };
+        failEverything(scenario, {kNoMemory}, {});
+    }
 }
 
 TEST(IniFailures, MissingNamesAreToldOrMemoryEnds) {
