@@ -177,7 +177,7 @@ Listing::Listing(const ListOptions& options, Console& console)
     if (options.out) {
         output_.emplace(*options.out);
         if (!output_->isInPlace())
-            checkpoint_.emplace(output_->target());
+            checkpoint_.emplace(output_->entry().path());
         else if (options.resume)
             throw Error(*options.out + ": is no regular file, so that there is nothing to resume");
     }

@@ -161,8 +161,9 @@ private:
 };
 
 Update::Update(const UpdateOptions& options, Console& console)
-    : options_(options), console_(console), output_(options.list, !options.dryRun),
-      list_(options.list, HashList::Lines::kAll),
+    : options_(options), console_(console),
+      output_(options.list, options.dryRun ? AtomicOutput::Use::kRead : AtomicOutput::Use::kEdit),
+      list_(output_.content(), options.list, HashList::Lines::kAll),
       report_(console,
               {Change::kUnchanged, Change::kChanged, Change::kRemoved, Change::kMissing,
                Change::kUnreadable, Change::kAdded},
@@ -356,7 +357,6 @@ void Update::summarise() const {
 
 int runUpdate(const Args& args, Console& console) {
     const UpdateOptions options = parseUpdate(args);
-    requireRegular(options.list);
     Update update(options, console);
     try {
         update.findNewFiles();

@@ -43,13 +43,12 @@ std::string hintFor(const std::string& digestError) {
         "second Hash attribute of the root, a name that begins with '!' or '?')");
 }
 
-// Reads the document in the file `name` ("-" is standard input), whose digest is demanded when
-// `useHash` is set. Throws `CheckFailed` when the text is no document, with the place where reading
-// stopped, or when the digest does not hold; `Error` when the file cannot be read.
+// Reads the document `text` of the file `name`, whose digest is demanded when `useHash` is set.
+// Throws `CheckFailed` when the text is no document, with the place where reading stopped, or when
+// the digest does not hold; `Error` when the file cannot be read.
 //
 // A text without any element, which the library would take for an empty document, is refused.
-std::unique_ptr<XMLDocument> readDocument(const std::string& name, bool useHash) {
-    TextStream text(name);
+std::unique_ptr<XMLDocument> readDocument(TextStream& text, const std::string& name, bool useHash) {
     auto document = std::make_unique<XMLDocument>(kNoRoot, useHash);
     try {
         document->Read(text.in());
@@ -61,6 +60,12 @@ std::unique_ptr<XMLDocument> readDocument(const std::string& name, bool useHash)
     }
     requireRoot(*document, name);
     return document;
+}
+
+// The same for the file `name`; "-" is standard input.
+std::unique_ptr<XMLDocument> readDocument(const std::string& name, bool useHash) {
+    TextStream text(name);
+    return readDocument(text, name, useHash);
 }
 
 // The text of `document` with a digest.
@@ -166,11 +171,11 @@ std::string parseSeal(const Args& args) {
 
 int xmlSeal(const Args& args, Console&) {
     const std::string file = parseSeal(args);
-    requireRegular(file);
-    const std::unique_ptr<XMLDocument> document = readDocument(file, false);
-    AtomicOutput(file).commit(sealedText(*document), [&](const std::string& written) {
-        TextStream text(written);
-        requireReadsBack(text.in(), file);
+    AtomicOutput output(file, AtomicOutput::Use::kEdit);
+    TextStream text(output.content(), file);
+    const std::unique_ptr<XMLDocument> document = readDocument(text, file, false);
+    output.commit(sealedText(*document), [&](FileSource written) {
+        requireReadsBack(TextStream(std::move(written), file).in(), file);
     });
     return kDone;
 }

@@ -1,136 +1,220 @@
 #include "cli/files/atomic_output.h"
 
+#include "cli/files/file_attributes.h"
 #include "cli/process/error.h"
 #include "cli/process/signals.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
+#include <cstdio>
 #include <fcntl.h>
+#include <random>
 #include <unistd.h>
+#include <utility>
 
 namespace cli {
 
 namespace {
 
-// With the slash; empty for the current directory.
-std::string directoryOf(const std::string& path) {
-    return path.substr(0, path.rfind('/') + 1); // npos + 1 is 0
+bool areSame(const struct stat& left, const struct stat& right) {
+    return left.st_dev == right.st_dev && left.st_ino == right.st_ino &&
+           (left.st_mode & S_IFMT) == (right.st_mode & S_IFMT) && left.st_rdev == right.st_rdev;
 }
 
-mode_t modeOfNewFiles() {
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    return 0666 & ~mask;
+bool areSameTimes(const timespec& left, const timespec& right) {
+    return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
+}
+
+// An error of fsync for what has no storage, such as a FIFO.
+bool isNothingToSynchronize(int error) {
+    return error == EINVAL || error == EROFS || error == ENOTSUP;
+}
+
+std::string temporaryName() {
+    constexpr std::string_view kDigits = "0123456789abcdefghijklmnopqrstuvwxyz";
+    std::random_device random;
+    std::uniform_int_distribution<std::size_t> digit(0, kDigits.size() - 1);
+    std::string name = ".pelorik-";
+    std::generate_n(std::back_inserter(name), 6, [&] { return kDigits[digit(random)]; });
+    return name;
 }
 
 } // namespace
 
-void requireRegular(const std::string& path) {
-    struct stat status {};
-    const bool exists = ::stat(path.c_str(), &status) == 0;
-    if (exists && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
-        throw Error(path + ": is no regular file");
+AtomicOutput::AtomicOutput(const std::string& path, Use use)
+    : path_(path), use_(use), entry_(DirectoryEntry::find(path)) {
+    if (const auto found = entry_.status())
+        openExisting(found->st_mode & S_IFMT);
+    else if (use != Use::kCreate)
+        fail(ENOENT);
+    if (use != Use::kRead && !isInPlace_ && !entry_.isDirectoryAccessible(W_OK | X_OK))
+        fail(errno);
 }
 
-AtomicOutput::AtomicOutput(const std::string& path, bool toBeWritten)
-    : path_(path), target_(path), identity_(path) {
-    struct stat link {};
-    exists_ = ::stat(path.c_str(), &status_) == 0;
-    // Links to pipes, as in /dev/fd, lead to no path; they are written to where they stand.
-    if (!isInPlace() && ::lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
-        target_ = resolved(path);
-        exists_ = ::stat(target_.c_str(), &status_) == 0;
-    }
-    if (!exists_ && (errno != ENOENT || target_.empty() || target_.ends_with('/')))
-        fail(errno);
-    if (exists_ && S_ISDIR(status_.st_mode))
+void AtomicOutput::openExisting(mode_t type) {
+    if (type == S_IFDIR)
         fail(EISDIR);
-    if (toBeWritten)
-        requirePermission();
+    if (type == S_IFREG)
+        openRegular();
+    else if (use_ == Use::kCreate)
+        openSpecial();
+    else
+        throw Error(path_ + ": not a regular file");
+    if (::fstat(file_.get(), &status_) != 0)
+        fail(errno);
+    if ((status_.st_mode & S_IFMT) != type)
+        failAsChanged();
+    if (!isInPlace_ && use_ != Use::kRead)
+        requireReplaceable(file_.get(), path_);
 }
 
-void AtomicOutput::requirePermission() const {
-    // The rename alone would pass over a file's own write protection.
-    if (exists_ && ::access(target_.c_str(), W_OK) != 0)
-        fail(errno);
-    const std::string directory = directoryOf(target_);
-    if (!isInPlace() && ::access(directory.empty() ? "." : directory.c_str(), W_OK | X_OK) != 0)
+void AtomicOutput::openRegular() {
+    file_ = use_ == Use::kRead ? entry_.open(O_RDONLY | O_NONBLOCK) : entry_.openLocked(O_RDWR);
+    if (!file_ && errno == EACCES && use_ == Use::kCreate)
+        file_ = entry_.openLocked(O_WRONLY); // nobody has to read what is replaced
+    if (!file_)
         fail(errno);
 }
 
-bool AtomicOutput::isInPlace() const {
-    return exists_ && !S_ISREG(status_.st_mode);
+// Opening a device or FIFO for writing has effects, and is left to `commit`.
+void AtomicOutput::openSpecial() {
+    file_ = entry_.open(O_PATH);
+    if (!file_ || !entry_.isAccessible(W_OK))
+        fail(errno);
+    isInPlace_ = true;
 }
 
 void AtomicOutput::fail(int errorNumber) const {
     throw Error(path_, errorNumber);
 }
 
-void AtomicOutput::createTemporary() {
-    std::string name = directoryOf(target_) + ".pelorik-XXXXXX";
-    file_ = Descriptor(::mkostemp(name.data(), O_CLOEXEC));
-    if (!file_)
-        fail(errno);
-    temporary_ = name;
-    keepOwnership();
-}
-
-void AtomicOutput::keepOwnership() const {
-    if (exists_ && ::fchown(file_.get(), status_.st_uid, status_.st_gid) != 0 && errno != EPERM)
-        fail(errno);
-    if (::fchmod(file_.get(), exists_ ? status_.st_mode & 0777 : modeOfNewFiles()) != 0)
-        fail(errno);
-}
-
-void AtomicOutput::write(std::string_view content) {
-    int error = writeAll(file_.get(), content);
-    if (error == 0 && ::fsync(file_.get()) != 0 && !isInPlace())
-        error = errno;
-    const int closeError = file_.close();
-    if (error == EINTR)
-        throw Interrupted();
-    if (error != 0 || closeError != 0)
-        fail(error != 0 ? error : closeError);
-}
-
-// At a named pipe it waits for the reader.
-void AtomicOutput::openInPlace() {
-    do {
-        stopIfInterrupted();
-        file_ = Descriptor(::open(target_.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
-    } while (!file_ && errno == EINTR);
-    if (!file_)
-        fail(errno);
+void AtomicOutput::failAsChanged() const {
+    throw Error(path_ + ": changed by another process meanwhile, not written");
 }
 
 void AtomicOutput::commit(std::string_view content, const Inspect& inspect) {
-    if (isInPlace()) {
-        openInPlace();
-        write(content);
+    if (isInPlace_) {
+        writeInPlace(content);
         return;
     }
     const SignalsBlocked blocked;
     try {
-        replace(content, inspect);
+        createTemporary();
+        writeTemporary(content, inspect);
+        requireUnchanged();
+        replace();
     } catch (...) {
         removeTemporary();
         throw;
     }
+    synchronizeDirectory();
 }
 
-void AtomicOutput::replace(std::string_view content, const Inspect& inspect) {
-    createTemporary();
-    write(content);
-    if (inspect)
-        inspect(temporary_);
-    if (::rename(temporary_.c_str(), target_.c_str()) != 0)
+// A new file gets the permissions of any new file; those of one that replaces another come last.
+void AtomicOutput::createTemporary() {
+    constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    do {
+        temporaryName_ = temporaryName();
+        temporary_ = Descriptor(
+            ::openat(entry_.directory(), temporaryName_.c_str(), kFlags, file_ ? 0600 : 0666));
+    } while (!temporary_ && errno == EEXIST);
+    if (!temporary_)
         fail(errno);
-    temporary_.clear();
 }
 
 void AtomicOutput::removeTemporary() {
-    if (!temporary_.empty())
-        ::unlink(temporary_.c_str());
+    struct stat named {};
+    struct stat opened {};
+    if (temporary_ && ::fstat(temporary_.get(), &opened) == 0 &&
+        ::fstatat(entry_.directory(), temporaryName_.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+        areSame(named, opened))
+        ::unlinkat(entry_.directory(), temporaryName_.c_str(), 0);
+}
+
+void AtomicOutput::writeTemporary(std::string_view content, const Inspect& inspect) {
+    if (const int error = writeAll(temporary_.get(), content); error != 0)
+        fail(error);
+    if (file_)
+        copyAttributes(file_.get(), temporary_.get(), path_);
+    if (::fsync(temporary_.get()) != 0)
+        fail(errno);
+    if (!inspect)
+        return;
+    if (::lseek(temporary_.get(), 0, SEEK_SET) != 0)
+        fail(errno);
+    inspect(FileSource::copyOf(temporary_.get()));
+}
+
+void AtomicOutput::requireUnchanged() const {
+    const auto now = entry_.status();
+    const bool isSame = now ? file_ && isExpected(*now) : !file_;
+    const bool isEdited = now && use_ == Use::kEdit && !areSameTimes(now->st_ctim, status_.st_ctim);
+    if (!isSame || isEdited)
+        failAsChanged();
+}
+
+// The ctime is left out, because renaming changes it.
+bool AtomicOutput::isExpected(const struct stat& status) const {
+    return areSame(status, status_) &&
+           (use_ != Use::kEdit ||
+            (status.st_size == status_.st_size && areSameTimes(status.st_mtim, status_.st_mtim)));
+}
+
+// Exchanges the files where the file system can: nothing is lost then if another process has put
+// its own file there since the last look.
+void AtomicOutput::replace() {
+    int error = entry_.rename(temporaryName_, file_ ? RENAME_EXCHANGE : RENAME_NOREPLACE);
+    if (error == EINVAL || error == ENOSYS)
+        error = entry_.rename(temporaryName_, 0);
+    else if (error == EEXIST || error == ENOENT)
+        failAsChanged();
+    else if (error == 0 && file_)
+        removeDisplaced();
+    if (error != 0)
+        fail(error);
+}
+
+void AtomicOutput::removeDisplaced() {
+    const int directory = entry_.directory();
+    const char* const name = temporaryName_.c_str();
+    struct stat displaced {};
+    int error = ::fstatat(directory, name, &displaced, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
+    const bool isChanged = error == 0 && !isExpected(displaced);
+    if (error == 0 && !isChanged)
+        error = ::unlinkat(directory, name, 0) == 0 ? 0 : errno;
+    if (error == 0 && !isChanged)
+        return;
+    entry_.rename(temporaryName_, RENAME_EXCHANGE);
+    isChanged ? failAsChanged() : fail(error);
+}
+
+// Without this, a crash of the system could bring the old file back.
+void AtomicOutput::synchronizeDirectory() const {
+    const Descriptor directory(
+        ::openat(entry_.directory(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory || ::fsync(directory.get()) == 0)
+        return; // a directory that the user may not read cannot be synchronized
+    if (!isNothingToSynchronize(errno))
+        throw Error(path_ + ": written, but its directory could not be synchronized", errno);
+}
+
+// Waits for the reader of a FIFO.
+void AtomicOutput::writeInPlace(std::string_view content) {
+    Descriptor file = entry_.open(O_WRONLY);
+    struct stat opened {};
+    if (!file || ::fstat(file.get(), &opened) != 0)
+        fail(errno);
+    if (!areSame(opened, status_))
+        failAsChanged();
+    int error = writeAll(file.get(), content);
+    if (error == EINTR)
+        throw Interrupted();
+    if (error == 0 && ::fsync(file.get()) != 0 && !isNothingToSynchronize(errno))
+        error = errno;
+    if (const int closeError = file.close(); error == 0)
+        error = closeError;
+    if (error != 0)
+        fail(error);
 }
 
 } // namespace cli

@@ -5,14 +5,19 @@
 
 #include <algorithm>
 #include <system_error>
+#include <utility>
 
 namespace cli {
 
-TextStream::TextStream(const std::string& name) : buffer_(name), stream_(&buffer_) {
+TextStream::TextStream(const std::string& name) : TextStream(openText(name), name) {}
+
+TextStream::TextStream(FileSource source, const std::string& name)
+    : buffer_(std::move(source), name), stream_(&buffer_) {
     stream_.exceptions(std::ios::badbit); // passes on what the buffer throws
 }
 
-TextStream::Buffer::Buffer(const std::string& name) : name_(name), source_(openText(name)) {}
+TextStream::Buffer::Buffer(FileSource source, const std::string& name)
+    : name_(name), source_(std::move(source)) {}
 
 TextStream::Buffer::Position TextStream::Buffer::positionAfter(std::string_view taken) const {
     const std::size_t lastBreak = taken.rfind('\n');

@@ -21,6 +21,9 @@ public:
     // Opens `name`; "-" is standard input. Throws `Error`, also for a directory.
     explicit TextStream(const std::string& name);
 
+    // Reads `source`, whose name is `name`.
+    TextStream(FileSource source, const std::string& name);
+
     std::istream& in() { return stream_; }
 
     // The first byte that was not taken yet, as "line 3, column 14". Both count from 1, the column
@@ -30,7 +33,7 @@ public:
 private:
     class Buffer : public std::streambuf {
     public:
-        explicit Buffer(const std::string& name);
+        Buffer(FileSource source, const std::string& name);
         std::string place() const;
 
     protected:

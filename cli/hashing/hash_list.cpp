@@ -1,7 +1,8 @@
 #include "cli/hashing/hash_list.h"
 
-#include "cli/files/line_reader.h"
 #include "cli/process/error.h"
+
+#include <utility>
 
 namespace cli {
 
@@ -27,8 +28,8 @@ std::string formatError(const std::string& line) {
 
 } // namespace
 
-HashList::HashList(const std::string& name, Lines lines) {
-    LineReader reader(openList(name), name, '\n', kLongestListLine);
+HashList::HashList(FileSource source, const std::string& name, Lines lines) {
+    LineReader reader(std::move(source), name, '\n', kLongestListLine);
     while (reader.next()) {
         const std::string error = formatError(reader.line());
         if (!error.empty())

@@ -3,6 +3,7 @@
 #ifndef PELORIK_CLI_HASHING_HASH_LIST_H
 #define PELORIK_CLI_HASHING_HASH_LIST_H
 
+#include "cli/files/line_reader.h"
 #include "cli/hashing/text_arena.h"
 
 #include <cstddef>
@@ -28,7 +29,11 @@ public:
     // Never waits for a FIFO. Throws `Error`, with the number of the line if there is one, for a
     // list that cannot be opened or read to its end, that holds no record, or that has a line with
     // a zero byte, too many characters, no `=` or CRLF at its end.
-    explicit HashList(const std::string& name, Lines lines = Lines::kRecords);
+    explicit HashList(const std::string& name, Lines lines = Lines::kRecords)
+        : HashList(openList(name), name, lines) {}
+
+    // The same for `source`, whose name is `name`.
+    HashList(FileSource source, const std::string& name, Lines lines);
 
     std::size_t size() const { return lines_.size(); }
     std::size_t records() const { return records_; }

@@ -159,6 +159,17 @@ class Commands(Failures):
         self.fail_each("list", "--frobnicate")
 
 
+class Durability(Failures):
+    def test_file_and_directory_are_synchronized_around_the_rename(self):
+        for words in (["list", "-o", "new", "f"], ["list", "-o", "list", "f"], ["update", "changed"],
+                      ["xml", "seal", "x.xml"]):
+            calls = [name for _, name, _ in self.log("system", words, b"")[2]]
+            rename = max(i for i, name in enumerate(calls) if name.startswith("rename"))
+            with self.subTest(words=words):
+                self.assertIn("fsync", calls[:rename])
+                self.assertIn("fsync", calls[rename:])
+
+
 class Interfaces(Failures):
     def test_interfaces(self):
         namespaces.enter(namespaces.CLONE_NEWNET)

@@ -269,7 +269,7 @@ class Writing(UpdateTest):
         self.write("empty")
         self.write("bad", "no divider\n")
         for name, why in (("missing", "missing: No such file or directory"), ("d", "d: Is a directory"),
-                          ("pipe", "pipe: is no regular file"), ("empty", "empty: holds no record"),
+                          ("pipe", "pipe: not a regular file"), ("empty", "empty: holds no record"),
                           ("bad", "bad: line 1: has no '='"),
                           ("-", "standard input (-) cannot be updated")):
             self.assert_refused(self.update(name), why)

@@ -14,10 +14,12 @@
 #include <malloc.h>
 #include <new>
 #include <pthread.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace {
@@ -192,6 +194,14 @@ int open(const char* path, int flags, ...) {
     return failOrCall("open", {EACCES, EMFILE, EINTR, EIO}, -1, path, flags, mode);
 }
 
+int openat(int directory, const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = modeAmong(flags, arguments);
+    va_end(arguments);
+    return failOrCall("openat", {EACCES, EMFILE, EINTR, EIO}, -1, directory, path, flags, mode);
+}
+
 int creat(const char* path, mode_t mode) {
     return failOrCall("creat", {EACCES, EMFILE, EINTR, ENOSPC}, -1, path, mode);
 }
@@ -265,6 +275,53 @@ int lstat(const char* path, struct stat* status) noexcept {
 
 int fstat(int descriptor, struct stat* status) noexcept {
     return failOrCall("fstat", {EIO}, -1, descriptor, status);
+}
+
+int fstatat(int directory, const char* path, struct stat* status, int flags) noexcept {
+    return failOrCall("fstatat", {EACCES, EIO, ENOENT}, -1, directory, path, status, flags);
+}
+
+ssize_t readlinkat(int directory, const char* path, char* text, std::size_t size) noexcept {
+    return failOrCall<ssize_t>("readlinkat", {EACCES, EIO}, -1, directory, path, text, size);
+}
+
+int faccessat(int directory, const char* path, int mode, int flags) noexcept {
+    return failOrCall("faccessat", {EACCES, EIO}, -1, directory, path, mode, flags);
+}
+
+int flock(int descriptor, int operation) noexcept {
+    return failOrCall("flock", {EINTR, ENOLCK}, -1, descriptor, operation);
+}
+
+int renameat(int from, const char* name, int to, const char* newName) noexcept {
+    return failOrCall("renameat", {EACCES, ENOSPC, EIO}, -1, from, name, to, newName);
+}
+
+int renameat2(int from, const char* name, int to, const char* newName, unsigned flags) noexcept {
+    return failOrCall("renameat2", {EACCES, EINVAL, ENOSPC, EIO}, -1, from, name, to, newName,
+                      flags);
+}
+
+int unlinkat(int directory, const char* path, int flags) noexcept {
+    return failOrCall("unlinkat", {EACCES, EIO}, -1, directory, path, flags);
+}
+
+ssize_t flistxattr(int descriptor, char* names, std::size_t size) noexcept {
+    return failOrCall<ssize_t>("flistxattr", {EIO, ENOTSUP}, -1, descriptor, names, size);
+}
+
+ssize_t fgetxattr(int descriptor, const char* name, void* value, std::size_t size) noexcept {
+    return failOrCall<ssize_t>("fgetxattr", {EIO, ENOTSUP}, -1, descriptor, name, value, size);
+}
+
+int fsetxattr(int descriptor, const char* name, const void* value, std::size_t size,
+              int flags) noexcept {
+    return failOrCall("fsetxattr", {ENOSPC, EPERM, ENOTSUP}, -1, descriptor, name, value, size,
+                      flags);
+}
+
+int fremovexattr(int descriptor, const char* name) noexcept {
+    return failOrCall("fremovexattr", {EIO, EPERM}, -1, descriptor, name);
 }
 
 int access(const char* path, int mode) noexcept {
