@@ -25,10 +25,10 @@ void bench::openRoads(bool open) {
     roadsOpen = open;
 }
 
-bool roads::avx512Gost() {
+bool pelorikutil::roads::avx512Gost() {
     return roadsOpen && hasGostRoads();
 }
 
-bool roads::avx512Md5() {
+bool pelorikutil::roads::avx512Md5() {
     return roadsOpen && hasMd5Road();
 }

@@ -15,7 +15,8 @@ constexpr std::size_t kLengthOffset = 56; // where the bit count stands in the l
 using Word = std::uint32_t;
 
 void compress(Word* state, const unsigned char* blocks, std::size_t count) {
-    const auto road = roads::avx512Md5() ? md5::compress_avx512 : md5::compress_portable;
+    const auto road = pelorikutil::roads::avx512Md5() ? pelorikutil::md5::compress_avx512
+                                                      : pelorikutil::md5::compress_portable;
     road(state, blocks, count);
 }
 
@@ -96,11 +97,11 @@ HashMD5::HashMD5(HashMD5_Calc& calc, bool finalizeInPlace) {
 }
 
 char* HashMD5::ToCSTR(char* out, bool upperCase) const {
-    return hex_text::write(bytes_, sizeof bytes_, out, upperCase);
+    return pelorikutil::hex_text::write(bytes_, sizeof bytes_, out, upperCase);
 }
 
 bool HashMD5::Check(const char* text, bool upperCase) const {
-    return hex_text::matches(bytes_, sizeof bytes_, text, upperCase);
+    return pelorikutil::hex_text::matches(bytes_, sizeof bytes_, text, upperCase);
 }
 
 bool HashMD5::operator==(const HashMD5& other) const {

@@ -54,7 +54,7 @@ inline uint32_t lowest(__m128i value) {
 
 } // namespace
 
-void md5::compress_avx512(uint32_t* state, const unsigned char* blocks, size_t count) {
+void pelorikutil::md5::compress_avx512(uint32_t* state, const unsigned char* blocks, size_t count) {
     __m128i a = word(state[0]);
     __m128i b = word(state[1]);
     __m128i c = word(state[2]);

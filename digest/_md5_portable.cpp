@@ -47,7 +47,8 @@ private:
 
 } // namespace
 
-void md5::compress_portable(std::uint32_t* state, const unsigned char* blocks, std::size_t count) {
+void pelorikutil::md5::compress_portable(std::uint32_t* state, const unsigned char* blocks,
+                                         std::size_t count) {
     Word a = state[0];
     Word b = state[1];
     Word c = state[2];

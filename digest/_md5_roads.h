@@ -6,12 +6,12 @@
 #include <stddef.h>
 #include <stdint.h>
 
-namespace md5 {
+namespace pelorikutil::md5 {
 
 // Takes `count` blocks of 64 bytes into the chaining words A, B, C and D.
 void compress_portable(uint32_t* state, const unsigned char* blocks, size_t count);
 void compress_avx512(uint32_t* state, const unsigned char* blocks, size_t count);
 
-} // namespace md5
+} // namespace pelorikutil::md5
 
 #endif

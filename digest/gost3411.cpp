@@ -14,7 +14,8 @@ constexpr std::size_t kBlockSize = 32;
 
 // hash = f(hash, block) for `count` blocks.
 void step(unsigned char* hash, const unsigned char* blocks, std::size_t count) {
-    const auto road = roads::avx512Gost() ? gost3411::step_avx512 : gost3411::step_portable;
+    const auto road = pelorikutil::roads::avx512Gost() ? pelorikutil::gost3411::step_avx512
+                                                       : pelorikutil::gost3411::step_portable;
     road(hash, blocks, count);
 }
 
@@ -80,11 +81,11 @@ HashGOST3411::HashGOST3411(HashGOST3411_Calc& calc, bool consume) {
 }
 
 char* HashGOST3411::ToCSTR(char* out, bool upperCase) const {
-    return hex_text::write(bytes_, sizeof bytes_, out, upperCase);
+    return pelorikutil::hex_text::write(bytes_, sizeof bytes_, out, upperCase);
 }
 
 bool HashGOST3411::Check(const char* text, bool upperCase) const {
-    return hex_text::matches(bytes_, sizeof bytes_, text, upperCase);
+    return pelorikutil::hex_text::matches(bytes_, sizeof bytes_, text, upperCase);
 }
 
 bool HashGOST3411::operator==(const HashGOST3411& other) const {

@@ -24,8 +24,8 @@
 
 namespace {
 
-using gost3411::C3;
-using gost3411::S;
+using pelorikutil::gost3411::C3;
+using pelorikutil::gost3411::S;
 
 struct alignas(64) Bytes {
     uint8_t at[64];
@@ -317,7 +317,8 @@ inline __m512i load(const unsigned char* bytes) {
 
 } // namespace
 
-void gost3411::step_avx512(unsigned char* hash, const unsigned char* blocks, size_t count) {
+void pelorikutil::gost3411::step_avx512(unsigned char* hash, const unsigned char* blocks,
+                                        size_t count) {
     __m512i chain = permute(load(hash), kToMixedOrder);
     for (; count > 0; --count, blocks += 32)
         chain = step(chain, load(blocks));

@@ -13,8 +13,8 @@ static_assert(std::endian::native == std::endian::little);
 
 namespace {
 
-using gost3411::C3;
-using gost3411::S;
+using pelorikutil::gost3411::C3;
+using pelorikutil::gost3411::S;
 
 constexpr std::size_t kBlockSize = 32;
 
@@ -240,7 +240,8 @@ Vector step(const Vector& h, const Vector& m) {
 
 } // namespace
 
-void gost3411::step_portable(unsigned char* hash, const unsigned char* blocks, std::size_t count) {
+void pelorikutil::gost3411::step_portable(unsigned char* hash, const unsigned char* blocks,
+                                          std::size_t count) {
     Vector h = load(hash);
     for (; count > 0; --count, blocks += kBlockSize)
         h = step(h, load(blocks));

@@ -5,12 +5,12 @@
 
 #include <stddef.h>
 
-namespace gost3411 {
+namespace pelorikutil::gost3411 {
 
 // The standard's step function over `count` blocks of 32 bytes: hash = f(hash, block) for each.
 void step_portable(unsigned char* hash, const unsigned char* blocks, size_t count);
 void step_avx512(unsigned char* hash, const unsigned char* blocks, size_t count);
 
-} // namespace gost3411
+} // namespace pelorikutil::gost3411
 
 #endif

@@ -5,7 +5,7 @@
 
 #include <stdint.h>
 
-namespace gost3411 {
+namespace pelorikutil::gost3411 {
 
 // id-GostR3411-94-CryptoProParamSet. Row 0 stands for the least significant nibble of a word.
 inline constexpr unsigned char S[8][16] = {{10, 4, 5, 6, 8, 1, 3, 7, 13, 12, 14, 0, 9, 2, 11, 15},
@@ -21,6 +21,6 @@ inline constexpr unsigned char S[8][16] = {{10, 4, 5, 6, 8, 1, 3, 7, 13, 12, 14,
 inline constexpr uint64_t C3[4] = {0xff00ff00ff00ff00, 0x00ff00ff00ff00ff, 0xff0000ff00ffff00,
                                    0xff00ffff000000ff};
 
-} // namespace gost3411
+} // namespace pelorikutil::gost3411
 
 #endif

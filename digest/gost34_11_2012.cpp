@@ -12,9 +12,9 @@ namespace {
 
 constexpr unsigned long kBlockSize = 64;
 
-using gost34_11_2012::vector_0;
-using gost34_11_2012::vector_0_1;
-using gost34_11_2012::vector_1;
+using pelorikutil::gost34_11_2012::vector_0;
+using pelorikutil::gost34_11_2012::vector_0_1;
+using pelorikutil::gost34_11_2012::vector_1;
 
 } // namespace
 
@@ -30,8 +30,9 @@ void GOST34_11_2012::addPortion(const void* data, unsigned long size) {
 }
 
 void GOST34_11_2012::addBlocks(const unsigned char* data, std::size_t count) {
-    const auto road =
-        roads::avx512Gost() ? gost34_11_2012::addBlocks_avx512 : gost34_11_2012::addBlocks_portable;
+    const auto road = pelorikutil::roads::avx512Gost()
+                          ? pelorikutil::gost34_11_2012::addBlocks_avx512
+                          : pelorikutil::gost34_11_2012::addBlocks_portable;
     road(h_, n_, sigma_, data, count);
 }
 
@@ -40,8 +41,9 @@ void GOST34_11_2012::finish(const void* data, unsigned long size) {
         std::memcpy(lastBlock_, data, size);
     std::memcpy(lastBlock_ + size, &vector_0_1, sizeof lastBlock_ - size);
 
-    const auto road =
-        roads::avx512Gost() ? gost34_11_2012::finish_avx512 : gost34_11_2012::finish_portable;
+    const auto road = pelorikutil::roads::avx512Gost()
+                          ? pelorikutil::gost34_11_2012::finish_avx512
+                          : pelorikutil::gost34_11_2012::finish_portable;
     road(h_, n_, sigma_, lastBlock_, 8 * size);
     finished_ = true;
 }

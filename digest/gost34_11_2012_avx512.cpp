@@ -22,7 +22,7 @@
 
 namespace {
 
-using gost34_11_2012::kPi;
+using pelorikutil::gost34_11_2012::kPi;
 
 struct alignas(64) Bytes {
     uint8_t at[64];
@@ -55,7 +55,8 @@ consteval uint64_t matrixOfL(unsigned to, unsigned from) {
     uint64_t matrix = 0;
     for (unsigned bit = 0; bit < 8; ++bit) {
         const uint64_t image =
-            gost34_11_2012::linearTransform(uint64_t{1} << (8 * from + bit)) >> (8 * to);
+            pelorikutil::gost34_11_2012::linearTransform(uint64_t{1} << (8 * from + bit)) >>
+            (8 * to);
         for (unsigned i = 0; i < 8; ++i)
             matrix |= (image >> i & 1) << (8 * (7 - i) + bit);
     }
@@ -83,7 +84,7 @@ consteval Bytes transposedConstant(unsigned number) {
     for (unsigned k = 0; k < 8; ++k) {
         for (unsigned i = 0; i < 8; ++i)
             constant.at[8 * k + i] =
-                static_cast<uint8_t>(gost34_11_2012::C[number].word[i] >> (8 * k));
+                static_cast<uint8_t>(pelorikutil::gost34_11_2012::C[number].word[i] >> (8 * k));
     }
     return constant;
 }
@@ -160,21 +161,22 @@ inline __m512i compress(__m512i h, __m512i n, __m512i m) {
 
 } // namespace
 
-void gost34_11_2012::addBlocks_avx512(UInt512& h, UInt512& n, UInt512& sigma,
-                                      const unsigned char* data, size_t count) {
+void pelorikutil::gost34_11_2012::addBlocks_avx512(UInt512& h, UInt512& n, UInt512& sigma,
+                                                   const unsigned char* data, size_t count) {
     __m512i chain = load(&h);
     for (; count > 0; --count, data += 64) {
         UInt512 block;
         memcpy(&block, data, sizeof block);
         chain = compress(chain, load(&n), load(data));
-        addWide(n.word, gost34_11_2012::vector_0_512.word);
+        addWide(n.word, pelorikutil::gost34_11_2012::vector_0_512.word);
         addWide(sigma.word, block.word);
     }
     _mm512_storeu_si512(&h, transposed(chain));
 }
 
-void gost34_11_2012::finish_avx512(UInt512& h, UInt512& n, UInt512& sigma,
-                                   const unsigned char* lastBlock, unsigned long bits) {
+void pelorikutil::gost34_11_2012::finish_avx512(UInt512& h, UInt512& n, UInt512& sigma,
+                                                const unsigned char* lastBlock,
+                                                unsigned long bits) {
     UInt512 block;
     memcpy(&block, lastBlock, sizeof block);
     __m512i chain = compress(load(&h), load(&n), load(lastBlock));

@@ -54,9 +54,9 @@ Hash_GOST_34_11_2012::Hash_GOST_34_11_2012(Hash_Calc_GOST_34_11_2012& calc, bool
 }
 
 char* Hash_GOST_34_11_2012::ToCSTR(char* out, bool upperCase) const {
-    return hex_text::write(bytes_, sizeof bytes_, out, upperCase);
+    return pelorikutil::hex_text::write(bytes_, sizeof bytes_, out, upperCase);
 }
 
 bool Hash_GOST_34_11_2012::Check(const char* text, bool upperCase) const {
-    return hex_text::matches(bytes_, sizeof bytes_, text, upperCase);
+    return pelorikutil::hex_text::matches(bytes_, sizeof bytes_, text, upperCase);
 }

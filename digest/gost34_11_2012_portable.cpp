@@ -9,8 +9,8 @@ static_assert(std::endian::native == std::endian::little);
 
 namespace {
 
-using gost34_11_2012::C;
-using gost34_11_2012::premult;
+using pelorikutil::gost34_11_2012::C;
+using pelorikutil::gost34_11_2012::premult;
 
 UInt512 load(const void* bytes) {
     UInt512 value;
@@ -88,14 +88,15 @@ void addBlock(UInt512& h, UInt512& n, UInt512& sigma, const UInt512& block, cons
 
 } // namespace
 
-void gost34_11_2012::addBlocks_portable(UInt512& h, UInt512& n, UInt512& sigma,
-                                        const unsigned char* data, std::size_t count) {
+void pelorikutil::gost34_11_2012::addBlocks_portable(UInt512& h, UInt512& n, UInt512& sigma,
+                                                     const unsigned char* data, std::size_t count) {
     for (; count > 0; --count, data += sizeof(UInt512))
         addBlock(h, n, sigma, load(data), vector_0_512);
 }
 
-void gost34_11_2012::finish_portable(UInt512& h, UInt512& n, UInt512& sigma,
-                                     const unsigned char* lastBlock, unsigned long bits) {
+void pelorikutil::gost34_11_2012::finish_portable(UInt512& h, UInt512& n, UInt512& sigma,
+                                                  const unsigned char* lastBlock,
+                                                  unsigned long bits) {
     addBlock(h, n, sigma, load(lastBlock), {{bits}});
     compress(h, vector_0, n);
     compress(h, vector_0, sigma);

@@ -7,7 +7,7 @@
 
 #include <stddef.h>
 
-namespace gost34_11_2012 {
+namespace pelorikutil::gost34_11_2012 {
 
 // Takes `count` full blocks at `data` into h, N and Sigma.
 void addBlocks_portable(UInt512& h, UInt512& n, UInt512& sigma, const unsigned char* data,
@@ -21,6 +21,6 @@ void finish_portable(UInt512& h, UInt512& n, UInt512& sigma, const unsigned char
 void finish_avx512(UInt512& h, UInt512& n, UInt512& sigma, const unsigned char* lastBlock,
                    unsigned long bits);
 
-} // namespace gost34_11_2012
+} // namespace pelorikutil::gost34_11_2012
 
 #endif

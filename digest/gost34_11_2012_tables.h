@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace gost34_11_2012 {
+namespace pelorikutil::gost34_11_2012 {
 
 inline constexpr std::uint8_t kPi[256] = {
     252, 238, 221, 17,  207, 110, 49,  22,  251, 196, 250, 218, 35,  197, 4,   77,  233, 119, 240,
@@ -127,6 +127,6 @@ inline constexpr UInt512 vector_0_512 = {{512}}; // the bits of a full block
 inline constexpr LpsTable premult = makeLpsTable();
 inline constexpr std::array<UInt512, 12> C = makeIterationConstants();
 
-} // namespace gost34_11_2012
+} // namespace pelorikutil::gost34_11_2012
 
 #endif

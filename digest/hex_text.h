@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-namespace hex_text {
+namespace pelorikutil::hex_text {
 
 inline const char* digits(bool upperCase) {
     return upperCase ? "0123456789ABCDEF" : "0123456789abcdef";
@@ -37,6 +37,6 @@ inline bool matches(const unsigned char* bytes, std::size_t count, const char* t
     return *text == '\0';
 }
 
-} // namespace hex_text
+} // namespace pelorikutil::hex_text
 
 #endif

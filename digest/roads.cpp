@@ -5,13 +5,13 @@
 
 // coverage off: what the processor has is the same in every run
 
-bool roads::avx512Gost() {
+bool pelorikutil::roads::avx512Gost() {
     return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
            __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
            __builtin_cpu_supports("gfni");
 }
 
-bool roads::avx512Md5() {
+bool pelorikutil::roads::avx512Md5() {
     return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl");
 }
 

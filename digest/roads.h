@@ -7,7 +7,7 @@
 #ifndef PELORIK_DIGEST_ROADS_H
 #define PELORIK_DIGEST_ROADS_H
 
-namespace roads {
+namespace pelorikutil::roads {
 
 // AVX-512 F, BW, VL and VBMI, and GFNI.
 bool avx512Gost();
@@ -15,6 +15,6 @@ bool avx512Gost();
 // AVX-512 F and VL.
 bool avx512Md5();
 
-} // namespace roads
+} // namespace pelorikutil::roads
 
 #endif

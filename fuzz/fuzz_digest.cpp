@@ -80,13 +80,13 @@ void feed(const Algorithm& algorithm, const std::vector<Piece>& pieces) {
 
 } // namespace
 
-bool roads::avx512Gost() {
+bool pelorikutil::roads::avx512Gost() {
     return roadsOpen && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
            __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
            __builtin_cpu_supports("gfni");
 }
 
-bool roads::avx512Md5() {
+bool pelorikutil::roads::avx512Md5() {
     return roadsOpen && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl");
 }
 

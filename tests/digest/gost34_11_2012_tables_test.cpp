@@ -11,9 +11,9 @@
 
 namespace {
 
-using gost34_11_2012::C;
-using gost34_11_2012::kIterationConstants;
-using gost34_11_2012::premult;
+using pelorikutil::gost34_11_2012::C;
+using pelorikutil::gost34_11_2012::kIterationConstants;
+using pelorikutil::gost34_11_2012::premult;
 
 unsigned multiply(unsigned x, unsigned y, unsigned polynomial) {
     unsigned product = 0;

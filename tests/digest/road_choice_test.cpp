@@ -1,6 +1,6 @@
-// Which road the digests take. This program's own roads::, and its own roads for newer processors,
-// which only tell that they were taken, stand in the places of the library's: so it knows of every
-// choice, and runs on every processor.
+// Which road the digests take. This program's own pelorikutil::roads::, and its own roads for newer
+// processors, which only tell that they were taken, stand in the places of the library's: so it
+// knows of every choice, and runs on every processor.
 
 #include "digest/_md5.h"
 #include "digest/_md5_roads.h"
@@ -23,28 +23,29 @@ std::vector<std::string> taken;
 
 } // namespace
 
-bool roads::avx512Gost() {
+bool pelorikutil::roads::avx512Gost() {
     return gostIsOpen;
 }
 
-bool roads::avx512Md5() {
+bool pelorikutil::roads::avx512Md5() {
     return md5IsOpen;
 }
 
-void md5::compress_avx512(uint32_t*, const unsigned char*, size_t) {
+void pelorikutil::md5::compress_avx512(uint32_t*, const unsigned char*, size_t) {
     taken.emplace_back("md5");
 }
 
-void gost3411::step_avx512(unsigned char*, const unsigned char*, size_t) {
+void pelorikutil::gost3411::step_avx512(unsigned char*, const unsigned char*, size_t) {
     taken.emplace_back("gost94");
 }
 
-void gost34_11_2012::addBlocks_avx512(UInt512&, UInt512&, UInt512&, const unsigned char*, size_t) {
+void pelorikutil::gost34_11_2012::addBlocks_avx512(UInt512&, UInt512&, UInt512&,
+                                                   const unsigned char*, size_t) {
     taken.emplace_back("gost2012 blocks");
 }
 
-void gost34_11_2012::finish_avx512(UInt512&, UInt512&, UInt512&, const unsigned char*,
-                                   unsigned long) {
+void pelorikutil::gost34_11_2012::finish_avx512(UInt512&, UInt512&, UInt512&, const unsigned char*,
+                                                unsigned long) {
     taken.emplace_back("gost2012 end");
 }
 

@@ -75,25 +75,28 @@ void gost2012Finish(char* state, const unsigned char* blocks, std::size_t count)
 }
 
 TEST(Roads, Md5WithAvx512EqualsThePortableRoad) {
-    if (!roads::avx512Md5())
+    if (!pelorikutil::roads::avx512Md5())
         GTEST_SKIP() << "this processor has no AVX-512 F and VL";
-    expectSameResults(md5Road<md5::compress_avx512>, md5Road<md5::compress_portable>, 16, 64);
+    expectSameResults(md5Road<pelorikutil::md5::compress_avx512>,
+                      md5Road<pelorikutil::md5::compress_portable>, 16, 64);
 }
 
 TEST(Roads, Gost94WithAvx512EqualsThePortableRoad) {
-    if (!roads::avx512Gost())
+    if (!pelorikutil::roads::avx512Gost())
         GTEST_SKIP() << "this processor has no AVX-512 F, BW, VL and VBMI with GFNI";
-    expectSameResults(gost94Road<gost3411::step_avx512>, gost94Road<gost3411::step_portable>, 32,
-                      32);
+    expectSameResults(gost94Road<pelorikutil::gost3411::step_avx512>,
+                      gost94Road<pelorikutil::gost3411::step_portable>, 32, 32);
 }
 
 TEST(Roads, Gost2012WithAvx512EqualsThePortableRoad) {
-    if (!roads::avx512Gost())
+    if (!pelorikutil::roads::avx512Gost())
         GTEST_SKIP() << "this processor has no AVX-512 F, BW, VL and VBMI with GFNI";
-    expectSameResults(gost2012Road<gost34_11_2012::addBlocks_avx512>,
-                      gost2012Road<gost34_11_2012::addBlocks_portable>, sizeof(Gost2012State), 64);
-    expectSameResults(gost2012Finish<gost34_11_2012::finish_avx512>,
-                      gost2012Finish<gost34_11_2012::finish_portable>, sizeof(Gost2012State), 64);
+    expectSameResults(gost2012Road<pelorikutil::gost34_11_2012::addBlocks_avx512>,
+                      gost2012Road<pelorikutil::gost34_11_2012::addBlocks_portable>,
+                      sizeof(Gost2012State), 64);
+    expectSameResults(gost2012Finish<pelorikutil::gost34_11_2012::finish_avx512>,
+                      gost2012Finish<pelorikutil::gost34_11_2012::finish_portable>,
+                      sizeof(Gost2012State), 64);
 }
 
 } // namespace

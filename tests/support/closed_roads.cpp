@@ -3,10 +3,10 @@
 
 #include "digest/roads.h"
 
-bool roads::avx512Gost() {
+bool pelorikutil::roads::avx512Gost() {
     return false;
 }
 
-bool roads::avx512Md5() {
+bool pelorikutil::roads::avx512Md5() {
     return false;
 }
