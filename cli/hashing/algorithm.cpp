@@ -60,9 +60,10 @@ const Algorithm* algorithmOf(std::string_view text) {
     if (isPrefixed(text))
         return nullptr;
     // 64 bare digits are never GOST R 34.11-94.
-    for (const auto id : {HashFileChecker::MD5, HashFileChecker::GOST_3411_2012}) {
-        if (text.size() == 2 * kAlgorithms[id].size)
-            return &kAlgorithms[id];
+    for (const Algorithm* const algorithm :
+         {&kAlgorithms[HashFileChecker::MD5], &kAlgorithms[HashFileChecker::GOST_3411_2012]}) {
+        if (text.size() == 2 * algorithm->size)
+            return algorithm;
     }
     return nullptr;
 }

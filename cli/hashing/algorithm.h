@@ -20,9 +20,12 @@ struct Algorithm {
     std::size_t size;        // of a digest, in bytes
 
     std::size_t textLength() const { return prefix.size() + 2 * size; }
+
+    // Returns its place in `kAlgorithms`.
+    std::size_t index() const { return static_cast<std::size_t>(id); }
 };
 
-// Indexed by `Algorithm::id`.
+// In the order of `Algorithm::id`.
 inline constexpr std::array<Algorithm, 3> kAlgorithms = {{
     {HashFileChecker::GOST_RFC4357, "gost94", "#GOST3411_RFC4357:", 32},
     {HashFileChecker::MD5, "md5", "#MD5:", 16},

@@ -35,7 +35,7 @@ bool HashError::isMissing() const {
 FileHasher::FileHasher(OnBlock onBlock)
     : onBlock_(std::move(onBlock)), block_(std::make_unique<std::array<unsigned char, kBlock>>()) {
     for (const Algorithm& algorithm : kAlgorithms)
-        factories_[algorithm.id].reset(createHashFactory(algorithm.id));
+        factories_[algorithm.index()].reset(createHashFactory(algorithm.id));
 }
 
 FileHasher::Result FileHasher::look(const char* path) {
@@ -142,7 +142,7 @@ void FileHasher::begin(const Algorithms& algorithms) {
     calculators_.clear();
     for (const Algorithm* algorithm : algorithms)
         calculators_.push_back(
-            std::unique_ptr<IHash_Calc>(factories_[algorithm->id]->createHashCalc()));
+            std::unique_ptr<IHash_Calc>(factories_[algorithm->index()]->createHashCalc()));
 }
 
 void FileHasher::add(std::size_t count) {
@@ -155,7 +155,7 @@ void FileHasher::add(std::size_t count) {
 void FileHasher::finish(const Algorithms& algorithms) {
     for (std::size_t i = 0; i < algorithms.size(); ++i) {
         const std::unique_ptr<IHash> digest(
-            factories_[algorithms[i]->id]->createHash(*calculators_[i], true));
+            factories_[algorithms[i]->index()]->createHash(*calculators_[i], true));
         digests_.emplace_back(*algorithms[i], digest->Digest());
     }
 }

@@ -115,7 +115,7 @@ class Manual(ToolTest):
                 done = self.mandoc("-T", "lint", path)
                 # Whether they are installed on this machine does not matter.
                 told = [line for line in done.stdout.splitlines()
-                        if "referenced manual not found: Xr pelorik" not in line]
+                        if "referenced manual not found: " not in line]
                 self.assertEqual(told, [])
 
     def test_a_page_reads_well(self):
