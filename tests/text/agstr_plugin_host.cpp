@@ -22,11 +22,13 @@ void* noMemory() {
 
 } // namespace
 
-extern "C" void* malloc(std::size_t size) noexcept {
+// clang++ hides these definitions without the attribute.
+extern "C" __attribute__((visibility("default"))) void* malloc(std::size_t size) noexcept {
     return hasMemory ? __libc_malloc(size) : noMemory();
 }
 
-extern "C" void* calloc(std::size_t count, std::size_t size) noexcept {
+extern "C" __attribute__((visibility("default"))) void* calloc(std::size_t count,
+                                                               std::size_t size) noexcept {
     return hasMemory ? __libc_calloc(count, size) : noMemory();
 }
 
