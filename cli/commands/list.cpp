@@ -177,7 +177,7 @@ Listing::Listing(const ListOptions& options, Console& console)
     if (options.out) {
         output_.emplace(*options.out);
         if (!output_->isInPlace())
-            checkpoint_.emplace(output_->entry().path());
+            checkpoint_.emplace(output_->entry());
         else if (options.resume)
             throw Error(*options.out + ": is no regular file, so that there is nothing to resume");
     }
@@ -367,6 +367,9 @@ void Listing::write() {
         else
             console_.print(line);
     }
+    std::optional<SignalsBlocked> blocked;
+    if (checkpoint_)
+        blocked.emplace(); // until it is removed
     if (output_)
         output_->commit(text);
     if (checkpoint_)

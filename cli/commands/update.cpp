@@ -307,9 +307,7 @@ void Update::report() {
     }
     for (const std::string& name : leftOut_)
         report_.add(Change::kUnreadable, name, {}, {});
-    if (options_.json)
-        printJsonSummary();
-    console_.flush();
+    console_.flush(); // what cannot be shown is not done
 }
 
 bool Update::isToBeWritten() const {
@@ -318,7 +316,7 @@ bool Update::isToBeWritten() const {
     return changes > 0 && !options_.dryRun;
 }
 
-// Before the list is replaced, so that it stays where this cannot be printed.
+// After the list was replaced, so that its member "written" is true.
 void Update::printJsonSummary() const {
     JsonObject summary = report_.jsonSummary();
     summary["written"] = isToBeWritten();
@@ -349,7 +347,9 @@ void Update::write() {
 }
 
 void Update::summarise() const {
-    if (!options_.json && !options_.quiet)
+    if (options_.json)
+        printJsonSummary();
+    else if (!options_.quiet)
         console_.summarise((options_.dryRun ? "dry run: " : "") + report_.summary());
 }
 

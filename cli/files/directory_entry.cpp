@@ -241,26 +241,46 @@ Descriptor DirectoryEntry::open(int flags, mode_t mode) const {
 Descriptor DirectoryEntry::openLocked(int flags, mode_t mode) const {
     const auto end = std::chrono::steady_clock::now() + kLongestWait;
     for (;;) {
-        Descriptor file = open(flags | O_NONBLOCK, mode);
+        Descriptor file = open((flags & ~O_CREAT) | O_NONBLOCK);
+        const bool isNew = !file && errno == ENOENT && (flags & O_CREAT) != 0;
+        if (isNew)
+            file = open(flags | O_NONBLOCK | O_EXCL, mode);
+        if (isNew && !file && errno == EEXIST)
+            continue;
         if (!file)
             return file;
-        Status status{};
-        if (::fstat(file.get(), &status) != 0)
-            throw Error(path_, errno);
-        if (!S_ISREG(status.st_mode))
-            throw Error(path_ + ": not a regular file");
-        requireTrusted(status);
-        while (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-            if (errno != EWOULDBLOCK && errno != EINTR)
-                throw Error(path_ + ": cannot be locked", errno);
-            if (std::chrono::steady_clock::now() >= end)
-                throw Error(path_ + ": locked by another process");
-            pause();
+        if (!isNew)
+            requireTrustedFile(file.get());
+        if (const int error = lock(file.get(), end); error != 0) {
+            if (isNew)
+                ::unlinkat(directory_.get(), name_.c_str(), 0);
+            throw Error(path_ + ": cannot be locked", error);
         }
         if (isSame(file.get()))
             return file;
         stopIfInterrupted(); // the process that held the lock has replaced or removed the file
     }
+}
+
+void DirectoryEntry::requireTrustedFile(int file) const {
+    Status status{};
+    if (::fstat(file, &status) != 0)
+        throw Error(path_, errno);
+    if (!S_ISREG(status.st_mode))
+        throw Error(path_ + ": not a regular file");
+    requireTrusted(status);
+}
+
+// Returns 0 or the error number.
+int DirectoryEntry::lock(int file, std::chrono::steady_clock::time_point end) const {
+    while (::flock(file, LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK && errno != EINTR)
+            return errno;
+        if (std::chrono::steady_clock::now() >= end)
+            throw Error(path_ + ": locked by another process");
+        pause();
+    }
+    return 0;
 }
 
 bool DirectoryEntry::isSame(int descriptor) const {

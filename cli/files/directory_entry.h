@@ -5,6 +5,7 @@
 
 #include "cli/files/descriptor.h"
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
@@ -57,6 +58,8 @@ private:
 
     DirectoryEntry(Descriptor directory, std::string name, std::string path, bool isMagic);
 
+    void requireTrustedFile(int file) const;
+    int lock(int file, std::chrono::steady_clock::time_point end) const;
     bool isSame(int descriptor) const;
     void requireTrusted(const struct stat& status) const;
 

@@ -1,6 +1,5 @@
 #include "cli/hashing/checkpoint.h"
 
-#include "cli/files/line_reader.h"
 #include "cli/hashing/hash_list.h"
 #include "cli/process/error.h"
 #include "cli/process/signals.h"
@@ -93,24 +92,53 @@ bool isSettled(const struct stat& status, double now) {
     return std::max(seconds(status.st_mtim), seconds(status.st_ctim)) + kCoarsestTime <= now;
 }
 
-Checkpoint::Checkpoint(const std::string& output) : path_(output + ".partial") {
+Checkpoint::Checkpoint(const DirectoryEntry& output) : entry_(output.withSuffix(".partial")) {
+    const auto found = entry_.status();
+    if (found && !S_ISREG(found->st_mode))
+        throw Error(path() + ": is in the way: no file of yours");
+    file_ = entry_.openLocked(O_RDWR | O_APPEND | O_CREAT, S_IRUSR | S_IWUSR);
+    if (!file_)
+        throw Error(path(), errno);
+    try {
+        requireOwn();
+    } catch (...) {
+        removeIfEmpty();
+        throw;
+    }
+}
+
+void Checkpoint::requireOwn() const {
+    // Whoever else can write to the file could choose digests.
     struct stat status {};
-    if (::lstat(path_.c_str(), &status) != 0)
-        return;
-    // Whoever else can put a file there could choose digests.
-    if (!S_ISREG(status.st_mode) || status.st_uid != ::geteuid())
-        throw Error(path_ + ": is in the way: no file of yours");
-    LineReader lines(openText(path_), path_, '\n', kLongestListLine);
+    if (::fstat(file_.get(), &status) != 0)
+        throw Error(path(), errno);
+    if (status.st_uid != ::geteuid() || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
+        throw Error(path() + ": is in the way: no file of yours");
+    LineReader lines = reader(kLongestListLine);
     if (lines.next() && lines.line() != kFirstLine)
-        throw Error(path_ + ": is in the way: no interrupted list");
+        throw Error(path() + ": is in the way: no interrupted list");
+}
+
+Checkpoint::~Checkpoint() {
+    removeIfEmpty();
+}
+
+// A file without content was made by this object, for the lock.
+void Checkpoint::removeIfEmpty() const {
+    if (::lseek(file_.get(), 0, SEEK_END) == 0)
+        entry_.removeIfSame(file_.get());
+}
+
+LineReader Checkpoint::reader(std::size_t longest) const {
+    if (::lseek(file_.get(), 0, SEEK_SET) != 0)
+        throw Error(path(), errno);
+    return {FileSource::copyOf(file_.get()), path(), '\n', longest};
 }
 
 void Checkpoint::resume(const Visit& visit) {
-    if (::access(path_.c_str(), F_OK) != 0)
-        return;
     constexpr std::size_t kLongest = kLongestFingerprint + kLongestListLine;
-    LineReader lines(openText(path_), path_, '\n', kLongest);
-    resumed_ = lines.next(); // the first one has been looked at
+    LineReader lines = reader(kLongest);
+    resumed_ = lines.next(); // the first one has been checked
     while (lines.next() && lines.line().size() <= kLongest)
         readEntry(lines.line(), visit);
 }
@@ -142,25 +170,20 @@ void Checkpoint::saveIfDue(std::uint64_t bytes) {
     save();
 }
 
-// A new file is begun unless that was resumed which is there.
-int Checkpoint::open() {
-    if (!resumed_ && ::unlink(path_.c_str()) != 0 && errno != ENOENT)
+// Starts anew, or continues after what was resumed, which may end in the middle of a line.
+int Checkpoint::begin() {
+    if (!resumed_ && ::ftruncate(file_.get(), 0) != 0)
         return errno;
-    const int flags = resumed_ ? 0 : O_CREAT | O_EXCL;
-    file_ = Descriptor(
-        ::open(path_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW | flags, 0600));
-    if (!file_)
-        return errno;
-    // What was resumed may end in the middle of a line.
     return writeAll(file_.get(), resumed_ ? "\n" : std::string(kFirstLine) + "\n");
 }
 
 int Checkpoint::save() {
-    if (error_ == 0 && !file_)
-        error_ = open();
+    if (error_ == 0 && !isBegun_)
+        error_ = begin();
+    isBegun_ = true;
     if (error_ == 0)
         error_ = writeAll(file_.get(), unsaved_);
-    if (error_ != 0 && file_ && !resumed_)
+    if (error_ != 0 && !resumed_)
         remove(); // it may lack its first line
     unsaved_.clear();
     unsavedFiles_ = 0;
@@ -168,7 +191,7 @@ int Checkpoint::save() {
 }
 
 void Checkpoint::remove() {
-    ::unlink(path_.c_str());
+    entry_.removeIfSame(file_.get());
 }
 
 } // namespace cli

@@ -4,7 +4,8 @@
 #define PELORIK_CLI_HASHING_CHECKPOINT_H
 
 #include "cli/files/descriptor.h"
-#include "cli/files/file_identity.h"
+#include "cli/files/directory_entry.h"
+#include "cli/files/line_reader.h"
 #include "cli/hashing/algorithm.h"
 
 #include <cstddef>
@@ -66,10 +67,15 @@ bool isSettled(const struct stat& status, double now);
 // fingerprint; incomplete lines are ignored.
 class Checkpoint {
 public:
-    // For the hash list `output`. Throws `Error` when there is something else in its place.
-    explicit Checkpoint(const std::string& output);
+    // For the hash list `output`. The file is created and locked at once, so that no other process
+    // makes the same list; it is removed if nothing is saved. Throws `Error` when there is
+    // something else in its place, or another process holds the lock.
+    explicit Checkpoint(const DirectoryEntry& output);
+    Checkpoint(const Checkpoint&) = delete;
+    Checkpoint& operator=(const Checkpoint&) = delete;
+    ~Checkpoint();
 
-    const std::string& path() const { return path_; }
+    const std::string& path() const { return entry_.path(); }
 
     // Calls `visit` with the records of the checkpoint that is there, if one is. Throws `Error`
     // when it cannot be read.
@@ -92,11 +98,15 @@ public:
 
 private:
     void readEntry(const std::string& line, const Visit& visit) const;
-    int open();
+    void requireOwn() const;
+    void removeIfEmpty() const;
+    LineReader reader(std::size_t longest) const;
+    int begin();
 
-    std::string path_;
-    bool resumed_ = false;
+    DirectoryEntry entry_;
     Descriptor file_;
+    bool resumed_ = false;
+    bool isBegun_ = false;
     std::string unsaved_;
     std::uint64_t unsavedFiles_ = 0;
     std::uint64_t bytesWhenSaved_ = 0;

@@ -226,6 +226,35 @@ class Swapped(OutputTest):
 
             self.swap_at_every_moment(prepare, "other", "out", words, lambda *_: None)
 
+    def test_a_checkpoint_of_another_user_is_never_believed(self):
+        self.need_root()
+        true = os.path.realpath("/bin/true")
+        with open(true, "rb") as file:
+            real = "%s=%s%s\n" % (true, MD5, md5(file.read()))
+        status = os.stat(true)
+        header = "pelorik: an interrupted list, which pelorik list --resume goes on from\n"
+        times = ["%d.%d" % divmod(time, 10**9) for time in (status.st_mtime_ns, status.st_ctime_ns)]
+        entry = "%d:%d:%d:%s:%s %s=%s" % (status.st_dev, status.st_ino, status.st_size, *times, true, MD5)
+        os.mkdir("s")
+
+        def prepare():
+            self.remove("s/out", "s/out.partial", "s/evil")
+            self.write("s/evil", header + entry + "0" * 32 + "\n")
+            os.chown("s/evil", NOBODY, NOBODY)
+            self.write("s/out.partial", header + entry + md5(b"") + "\n")
+            os.chmod("s/out.partial", 0o600)
+
+        words = ["list", "-a", "md5", "--resume", "-o", "s/out", true]
+        prepare()
+        self.assertEqual(self.run_tool(*words).status, 0)
+        self.assertIn(md5(b""), content("s/out"))  # entries of this form count
+
+        def judge(done, _):
+            if done.status == 0:
+                self.assertIn(content("s/out"), (real, real.replace(real[-33:-1], md5(b""))))
+
+        self.swap_at_every_moment(prepare, "s/evil", "s/out.partial", words, judge)
+
     def test_an_edit_is_never_lost(self):
         edited = {OLD_LIST: OLD_LIST + "[edited]\n", XML: "<a>edited</a>"}
         for words, before in self.commands("out")[1:]:

@@ -294,12 +294,37 @@ class Afresh(ResumeTest):
                                     "out.partial: is in the way: " + why)
             subprocess.run(["rm", "-r", "out.partial"], check=True)
 
+    def test_one_that_others_may_write_to_is_not_believed(self):
+        self.interrupt("-o", "out", OLD)
+        for mode in (0o620, 0o602):
+            os.chmod("out.partial", mode)
+            self.assert_refused(self.resume(OLD), "out.partial: is in the way: no file of yours")
+
     def test_a_partial_list_of_somebody_else_is_not_believed(self):
         if os.getuid() != 0:
             self.skipTest("needs root")
         self.interrupt("-o", "out", OLD)
         os.chown("out.partial", 65534, 65534)
         self.assert_refused(self.resume(OLD), "out.partial: is in the way: no file of yours")
+
+
+class Locked(ResumeTest):
+    def test_a_second_list_to_the_same_output_is_status_2_and_names_the_lock(self):
+        for lock in ("out.partial", "out"):
+            first = self.start("-o", "out", "huge")
+            await_open(first.pid, "huge")
+            second = self.run_tool("list", "-o", "out", OLD)
+            self.assert_refused(second, lock + ": locked by another process")
+            first.kill()
+            first.communicate()
+            self.assertFalse(lock == "out.partial" and os.path.exists("out"))
+            done = self.run_tool("list", "-o", "out", OLD)  # what the killed one left is no obstacle
+            self.assertEqual((done.status, done.err), (0, b""))
+            self.assertEqual(sorted(os.listdir()), ["huge", "out"])
+
+    def test_without_anything_saved_no_partial_list_is_left(self):
+        self.run_tool("list", "-o", "out", "missing")
+        self.assertEqual(os.listdir(), ["huge"])
 
 
 class Commit(ToolTest):

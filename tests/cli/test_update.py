@@ -310,7 +310,15 @@ class Writing(UpdateTest):
             2, b"pelorik: update: standard output: No space left on device\n"))
         self.assert_untouched(self.old, ["f", "list"])
 
-    def test_nor_where_only_the_summary_cannot_be(self):
+    def test_a_write_that_fails_is_not_reported_as_done(self):
+        self.write("n" * 200)
+        done = self.update("--json", "list", "n" * 200, env=environment(LLVM_PROFILE_FILE="/dev/null"),
+                           preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (100, 100)))
+        self.assertEqual((done.status, done.complaint), (2, "pelorik: update: list: File too large\n"))
+        self.assertNotIn("written", done.text)
+        self.assert_untouched(self.old, ["f", "list", "n" * 200])
+
+    def test_a_summary_that_cannot_be_printed_is_status_2(self):
         limit = len(self.update("--json", "--dry-run", "list").out.splitlines()[0]) + 20
         with open("out", "wb") as out:
             done = subprocess.run(
@@ -319,8 +327,8 @@ class Writing(UpdateTest):
                 preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit)))
         self.assertEqual((done.returncode, done.stderr), (
             2, b"pelorik: update: standard output: File too large\n"))
-        self.assertLess(len(self.old), limit)
-        self.assert_untouched(self.old, ["f", "list", "out"])
+        self.assertEqual(self.content(), record("f", b"new"))
+        self.assertNotIn('"written":true', self.content("out"))
 
     def test_an_interrupt_leaves_the_list(self):
         with open("huge", "wb") as huge:
