@@ -120,6 +120,8 @@ class SmallStack(ToolTest):
         limit = 64 << 10
         for words in (["--help"], ["hash", "f"], ["hash"], ["list", "f"], ["list", "-o", "new", "f"],
                       ["list", "--files-from", "names"], ["list", "-r", "."],
+                      ["check", "-j1", "list"], ["check", "-j4", "list"],
+                      ["check", "--unlisted", ".", "list"],
                       ["compare", "list", "list"], ["update", "list"], ["update", "-r", "list", "."],
                       ["xml", "check", "x.xml"], ["xml", "seal", "x.xml"], ["xml", "format", "x.xml"],
                       ["xml", "get", "x.xml", "@Hash"], ["ini", "get", "x.ini", "g", "k"],
