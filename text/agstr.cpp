@@ -107,7 +107,7 @@ struct Number {
 
 const void* virtualTableOf(const AGStr& string) {
     const void* table = nullptr;
-    std::memcpy(&table, static_cast<const void*>(&string), sizeof table);
+    std::memcpy(static_cast<void*>(&table), static_cast<const void*>(&string), sizeof table);
     return table;
 }
 

@@ -311,6 +311,7 @@ std::string Check::summary(End end) const {
     else
         text += std::to_string(tally_.all()) + " of " + all + " checked: ";
     std::vector<Count> counts;
+    counts.reserve(kStatuses + 2);
     for (std::size_t i = 0; i < kStatuses; ++i)
         counts.push_back({tally_.of(static_cast<Status>(i)), kStatusNames[i].inSummary});
     counts.push_back({unsearched_, "not searched"});
