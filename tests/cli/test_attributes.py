@@ -7,7 +7,7 @@ import struct
 import sys
 import unittest
 
-from tool import MD5, NOBODY, ToolTest, environment, md5
+from tool import NOBODY, ToolTest, environment, replacing_commands
 
 WATCHING = os.environ["PELORIK_WATCHING"]
 ACCESS = "system.posix_acl_access"
@@ -79,16 +79,9 @@ class AttributeTest(ToolTest):
         except OSError as error:
             self.skipTest("%s: %s" % (attribute, error.strerror))
 
-    @staticmethod
-    def commands(out):
-        """The commands that replace a file, and what it has to hold before."""
-        return ((["list", "-a", "md5", "-o", out, "f"], "old"),
-                (["update", out], "f=%s%s\n" % (MD5, md5(b"old"))),
-                (["xml", "seal", out], "<a>text</a>"))
-
     def replace(self, prepare, run=None):
         """Yields after every command that has replaced `out`."""
-        for words, before in self.commands("out"):
+        for words, before in replacing_commands("out"):
             if os.path.exists("out"):
                 os.remove("out")
             self.write("out", before)
@@ -101,7 +94,7 @@ class AttributeTest(ToolTest):
                 yield
 
     def assert_not_replaced(self, prepare, text, run=None):
-        for words, before in self.commands("out"):
+        for words, before in replacing_commands("out"):
             if os.path.exists("out"):
                 os.remove("out")
             self.write("out", before)

@@ -14,7 +14,8 @@ import sys
 import time
 import unittest
 
-from tool import (MD5, NOBODY, TOOL, ToolTest, await_open, ended_by, environment, md5)
+from tool import (MD5, NOBODY, TOOL, ToolTest, await_open, ended_by, environment, md5,
+                  replacing_commands)
 
 SWAPPING = os.environ["PELORIK_SWAPPING"]
 SOMEBODY = 12345
@@ -38,13 +39,6 @@ class OutputTest(ToolTest):
         if os.getuid() != 0:
             self.skipTest("needs root")
 
-    @staticmethod
-    def commands(out):
-        """The commands that replace a file, and what it has to hold before."""
-        return ((["list", "-a", "md5", "-o", out, "f"], "old"),
-                (["update", out], OLD_LIST),
-                (["xml", "seal", out], XML))
-
     def assert_no_temporary_file(self, folder="."):
         self.assertEqual([name for name in os.listdir(folder) if name.startswith(".pelorik")], [])
 
@@ -64,7 +58,7 @@ class Sticky(OutputTest):
     def test_a_link_of_another_user_is_not_followed(self):
         os.symlink("../victim", "s/out")
         os.lchown("s/out", NOBODY, NOBODY)
-        for words, before in self.commands("s/out"):
+        for words, before in replacing_commands("s/out"):
             self.write("victim", before)
             self.assert_distrusted(words)
             self.assertEqual(content("victim"), before)
@@ -87,7 +81,7 @@ class Sticky(OutputTest):
         self.assert_distrusted(["list", "-o", "s/out", "f"])
 
     def test_a_file_of_another_user_is_not_replaced(self):
-        for words, before in self.commands("s/out"):
+        for words, before in replacing_commands("s/out"):
             self.write("s/out", before)
             os.chown("s/out", NOBODY, NOBODY)
             self.assert_distrusted(words)
@@ -103,7 +97,7 @@ class Sticky(OutputTest):
         os.symlink("real", "s/out")
         for owner in (0, NOBODY):
             os.chown("s", owner, owner)
-            for words, before in self.commands("s/out"):
+            for words, before in replacing_commands("s/out"):
                 self.write("s/real", before)
                 for name in ("s/real", "s/out"):
                     os.lchown(name, owner, owner)
@@ -120,7 +114,7 @@ class Sticky(OutputTest):
         os.chown("d", NOBODY, NOBODY)
         os.symlink("../real", "d/out")
         os.lchown("d/out", NOBODY, NOBODY)
-        for words, before in self.commands("d/out"):
+        for words, before in replacing_commands("d/out"):
             self.write("real", before)
             os.chown("real", SOMEBODY, SOMEBODY)
             self.assertEqual(self.run_tool(*words).status, 0)
@@ -164,7 +158,7 @@ class Swapped(OutputTest):
         os.mkdir("s")
         os.chmod("s", 0o1777)
         for exists in (True, False):
-            for words, before in self.commands("s/out"):
+            for words, before in replacing_commands("s/out"):
                 if not exists and words[0] != "list":
                     continue
 
@@ -186,7 +180,7 @@ class Swapped(OutputTest):
         self.need_root()
         os.mkdir("s")
         os.chmod("s", 0o1777)
-        for words, before in self.commands("s/d/out"):
+        for words, before in replacing_commands("s/d/out"):
             def prepare():
                 self.remove("s/d", "s/evil", "private")
                 self.write("s/d/out", before)
@@ -216,7 +210,7 @@ class Swapped(OutputTest):
         self.swap_at_every_moment(prepare, "other", "out", ["list", "-a", "md5", "-o", "out", "f"], judge)
 
     def test_a_fifo_that_takes_the_place_of_a_file_is_not_waited_for(self):
-        for words, before in self.commands("out"):
+        for words, before in replacing_commands("out"):
             def prepare():
                 self.remove("out", "other")
                 self.write("out", before)
@@ -257,7 +251,7 @@ class Swapped(OutputTest):
 
     def test_an_edit_is_never_lost(self):
         edited = {OLD_LIST: OLD_LIST + "[edited]\n", XML: "<a>edited</a>"}
-        for words, before in self.commands("out")[1:]:
+        for words, before in replacing_commands("out")[1:]:
             def prepare():
                 self.remove("out", "other")
                 self.write("out", before)
@@ -373,7 +367,7 @@ class Locked(OutputTest):
         waiting = []
         for number in range(3):
             name = "out%d" % number
-            words, before = self.commands(name)[number]
+            words, before = replacing_commands(name)[number]
             holder = open(self.write(name, before), "rb")
             self.addCleanup(holder.close)
             fcntl.flock(holder, fcntl.LOCK_EX)

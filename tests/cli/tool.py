@@ -165,6 +165,13 @@ def ended_by(number):
     return 130 if number == signal.SIGINT else -number
 
 
+def replacing_commands(out):
+    """The commands that replace a file, and what it has to hold before; they need a file f."""
+    return ((["list", "-a", "md5", "-o", out, "f"], "old"),
+            (["update", out], "f=%s%s\n" % (MD5, md5(b"old"))),
+            (["xml", "seal", out], "<a>text</a>"))
+
+
 class Outcome:
     def __init__(self, status, out, err):
         self.status = status
