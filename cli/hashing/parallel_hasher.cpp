@@ -104,7 +104,7 @@ std::vector<Pool::Worker> makeWorkers(std::size_t count, const HashTask& task,
     for (std::size_t i = 0; i < count; ++i) {
         // std::function holds only what can be copied.
         const auto hasher = std::make_shared<TaskHasher>(task, onBlock);
-        workers.push_back([hasher](std::size_t index, Pool::Claim& claim) {
+        workers.emplace_back([hasher](std::size_t index, Pool::Claim& claim) {
             return hasher->hash(index, [&] { claim.endHere(); });
         });
     }
