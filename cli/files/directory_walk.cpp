@@ -136,7 +136,7 @@ void DirectoryWalk::visitEntry(const std::string& name, const Entry& entry,
     if (type == DT_UNKNOWN) {
         if (!look(name, status, false))
             return;
-        type = IFTODT(status.st_mode);
+        type = static_cast<unsigned char>(IFTODT(status.st_mode));
     }
     if (type == DT_DIR)
         openDirectory(name, false, open);
