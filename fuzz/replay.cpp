@@ -2,7 +2,7 @@
 // the process; one that leaves a descriptor or a child process behind makes it fail.
 
 #include "fuzz/target.h"
-#include "tests/support/remains.h"
+#include "tests/support/leak_check.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -41,7 +41,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     replay(files.front()); // with the first input a target makes what it keeps
-    const support::Remains remains;
+    const support::LeakCheck leaks;
     std::for_each(files.begin() + 1, files.end(), replay);
-    return remains.found() ? 1 : 0;
+    return leaks.found() ? 1 : 0;
 }

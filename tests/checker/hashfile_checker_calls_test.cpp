@@ -1,8 +1,8 @@
-// The checker over a C library that fails when told to: this program's own fopen, fread, lseek,
-// read, fclose, access, stat and malloc stand before the system's.
+// The checker when fopen, fread, lseek, read, fclose and malloc follow a script.
 
 #include "checker/hashfile_checker.h"
 #include "tests/support/bytes.h"
+#include "tests/support/fault_injection.h"
 #include "tests/support/scratch.h"
 
 #include <algorithm>
@@ -10,7 +10,6 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <dlfcn.h>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
@@ -25,7 +24,10 @@
 
 namespace {
 
-// What the stand-ins do.
+namespace calls = support::calls;
+using support::Replacement;
+
+// What the replaced functions do.
 struct Script {
     int failingSeek = 0; // 1 for the first call of lseek, 2 for the second
     int seekError = EOVERFLOW;
@@ -46,105 +48,97 @@ struct Script {
     std::vector<std::size_t> itemSizes;
 };
 
-Script* script = nullptr; // null: everything as usual
+// While it lives, calls follow the script.
+class Running {
+public:
+    explicit Running(Script& script) : script_(script) {}
 
-template<class Function>
-Function* systems(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
+private:
+    void disturbErrno() {
+        if (script_.errorAfterEveryCall != 0)
+            errno = script_.errorAfterEveryCall;
+    }
 
-void disturbErrno() {
-    if (script != nullptr && script->errorAfterEveryCall != 0)
-        errno = script->errorAfterEveryCall;
-}
+    std::FILE* open(const char* path, const char* mode) {
+        script_.modes.emplace_back(mode);
+        std::FILE* const file = calls::fopen.original(path, mode);
+        script_.opened += file != nullptr ? 1 : 0;
+        return file;
+    }
+
+    int close(std::FILE* file) {
+        --script_.opened;
+        const int result = calls::fclose.original(file);
+        disturbErrno();
+        return result;
+    }
+
+    std::size_t readItems(void* buffer, std::size_t size, std::size_t count, std::FILE* file) {
+        script_.itemSizes.push_back(size);
+        const int call = ++script_.reads;
+        if (call != script_.failingRead && !(script_.laterReadsFail && call > script_.failingRead))
+            return calls::fread.original(buffer, size, count, file);
+        const std::size_t taken =
+            calls::fread.original(buffer, size, std::min(count, script_.readCount), file);
+        if (script_.readError != 0)
+            errno = script_.readError;
+        return taken;
+    }
+
+    off_t seek(int descriptor, off_t offset, int origin) {
+        if (++script_.seeks == script_.failingSeek) {
+            errno = script_.seekError;
+            return -1;
+        }
+        if (script_.seeks == 2)
+            script_.atSeekBack();
+        return calls::lseek.original(descriptor, offset, origin);
+    }
+
+    ssize_t readBytes(int descriptor, void* buffer, std::size_t size) {
+        if (++script_.systemReads == script_.failingSystemRead) {
+            errno = EIO;
+            return -1;
+        }
+        return calls::read.original(descriptor, buffer, size);
+    }
+
+    int access(const char* path, int mode) {
+        ++script_.questions;
+        return calls::access.original(path, mode);
+    }
+
+    int stat(const char* path, struct stat* out) {
+        ++script_.questions;
+        return calls::stat.original(path, out);
+    }
+
+    void* allocate(std::size_t size) {
+        void* const block = calls::malloc.original(size);
+        disturbErrno();
+        return block;
+    }
+
+    Script& script_;
+    const Replacement<decltype(calls::fopen)> fopen_{
+        calls::fopen, [this](auto... arguments) { return open(arguments...); }};
+    const Replacement<decltype(calls::fclose)> fclose_{
+        calls::fclose, [this](auto... arguments) { return close(arguments...); }};
+    const Replacement<decltype(calls::fread)> fread_{
+        calls::fread, [this](auto... arguments) { return readItems(arguments...); }};
+    const Replacement<decltype(calls::lseek)> lseek_{
+        calls::lseek, [this](auto... arguments) { return seek(arguments...); }};
+    const Replacement<decltype(calls::read)> read_{
+        calls::read, [this](auto... arguments) { return readBytes(arguments...); }};
+    const Replacement<decltype(calls::access)> access_{
+        calls::access, [this](auto... arguments) { return access(arguments...); }};
+    const Replacement<decltype(calls::stat)> stat_{
+        calls::stat, [this](auto... arguments) { return stat(arguments...); }};
+    const Replacement<decltype(calls::malloc)> malloc_{
+        calls::malloc, [this](auto... arguments) { return allocate(arguments...); }};
+};
 
 } // namespace
-
-// Visible, so that the C++ library finds them too.
-#pragma GCC visibility push(default)
-extern "C" {
-
-std::FILE* fopen(const char* path, const char* mode) {
-    static auto* const next = systems<std::FILE*(const char*, const char*)>("fopen");
-    if (script != nullptr)
-        script->modes.emplace_back(mode);
-    std::FILE* const file = next(path, mode);
-    if (script != nullptr && file != nullptr)
-        ++script->opened;
-    return file;
-}
-
-int fclose(std::FILE* file) {
-    static auto* const next = systems<int(std::FILE*)>("fclose");
-    if (script != nullptr)
-        --script->opened;
-    const int result = next(file);
-    disturbErrno();
-    return result;
-}
-
-std::size_t fread(void* buffer, std::size_t size, std::size_t count, std::FILE* file) {
-    static auto* const next =
-        systems<std::size_t(void*, std::size_t, std::size_t, std::FILE*)>("fread");
-    if (script == nullptr)
-        return next(buffer, size, count, file);
-    script->itemSizes.push_back(size);
-    const int call = ++script->reads;
-    if (call != script->failingRead && !(script->laterReadsFail && call > script->failingRead))
-        return next(buffer, size, count, file);
-    const std::size_t taken = next(buffer, size, std::min(count, script->readCount), file);
-    if (script->readError != 0)
-        errno = script->readError;
-    return taken;
-}
-
-off_t lseek(int descriptor, off_t offset, int origin) noexcept {
-    static auto* const next = systems<off_t(int, off_t, int)>("lseek");
-    if (script == nullptr)
-        return next(descriptor, offset, origin);
-    if (++script->seeks == script->failingSeek) {
-        errno = script->seekError;
-        return -1;
-    }
-    if (script->seeks == 2)
-        script->atSeekBack();
-    return next(descriptor, offset, origin);
-}
-
-ssize_t read(int descriptor, void* buffer, std::size_t size) {
-    static auto* const next = systems<ssize_t(int, void*, std::size_t)>("read");
-    if (script != nullptr && ++script->systemReads == script->failingSystemRead) {
-        errno = EIO;
-        return -1;
-    }
-    return next(descriptor, buffer, size);
-}
-
-int access(const char* path, int mode) noexcept {
-    static auto* const next = systems<int(const char*, int)>("access");
-    if (script != nullptr)
-        ++script->questions;
-    return next(path, mode);
-}
-
-int stat(const char* path, struct stat* out) noexcept {
-    static auto* const next = systems<int(const char*, struct stat*)>("stat");
-    if (script != nullptr)
-        ++script->questions;
-    return next(path, out);
-}
-
-#ifndef PELORIK_SANITIZED
-void* __libc_malloc(std::size_t size);
-
-void* malloc(std::size_t size) {
-    void* const block = __libc_malloc(size);
-    disturbErrno();
-    return block;
-}
-#endif
-}
-#pragma GCC visibility pop
 
 namespace {
 
@@ -182,20 +176,16 @@ struct Outcome {
 
 class ScriptedFiles : public testing::Test {
 protected:
-    ~ScriptedFiles() override { script = nullptr; }
-
     Outcome read(const std::string& path) {
         RecordingCalc calc;
         Outcome outcome;
         errno = ENOENT; // an older error, which must not be taken for one of these
-        script = &script_;
         try {
+            const Running running(script_);
             GetFileHash(path.c_str(), calc);
         } catch (const FileIOException& problem) {
-            script = nullptr;
             outcome = {{}, true, problem.error, problem.fileName, problem.what()};
         }
-        script = nullptr;
         outcome.chunks = calc.chunks;
         EXPECT_EQ(script_.opened, 0) << "the file stayed open";
         return outcome;
@@ -214,10 +204,8 @@ protected:
     // The code of a check of the file.
     int check(const std::string& digest) {
         std::ostringstream out;
-        script = &script_;
-        const int code = CheckFiles({{file_, digest, ""}}, out, nullptr, false);
-        script = nullptr;
-        return code;
+        const Running running(script_);
+        return CheckFiles({{file_, digest, ""}}, out, nullptr, false);
     }
 
     // What is fed for bytes of the first chunk that could not be read.
@@ -373,9 +361,10 @@ TEST_F(ScriptedFiles, Compatibility_AFileWhoseLostBytesAreThoseOfTheBufferIsUnch
 TEST_F(ScriptedFiles, ClosesTheFileWhenTheCalculatorThrows) {
     RecordingCalc calc;
     calc.throws = true;
-    script = &script_;
-    EXPECT_THROW(GetFileHash(file_.c_str(), calc), std::bad_alloc);
-    script = nullptr;
+    {
+        const Running running(script_);
+        EXPECT_THROW(GetFileHash(file_.c_str(), calc), std::bad_alloc);
+    }
     EXPECT_EQ(script_.opened, 0);
 }
 
@@ -404,13 +393,13 @@ TEST_F(ScriptedFiles, ErrorNumbersOfListsAreTakenBeforeAnythingElseCanChangeThem
         [&] { HashFileChecker::LoadFileList(missing.c_str(), names); },
         [&] { HashFileChecker::LoadHashList(missing.c_str(), records); }};
     for (const auto& load : loads) {
-        script = &script_;
         try {
-            load();
-            script = nullptr;
+            {
+                const Running running(script_);
+                load();
+            }
             ADD_FAILURE() << "did not throw";
         } catch (const FileIOException& problem) {
-            script = nullptr;
             EXPECT_EQ(problem.error, ENOENT);
         }
     }
@@ -424,13 +413,13 @@ TEST_F(ScriptedFiles, CheckFilesThrowsReadErrorsOn) {
         script_.readError = error;
         std::ostringstream out;
         Statistics counters{};
-        script = &script_;
         try {
-            CheckFiles({{file_, digits, ""}}, out, &counters, false);
-            script = nullptr;
+            {
+                const Running running(script_);
+                CheckFiles({{file_, digits, ""}}, out, &counters, false);
+            }
             ADD_FAILURE() << "did not throw";
         } catch (const FileIOException& problem) {
-            script = nullptr;
             EXPECT_EQ(problem.error, error);
             EXPECT_EQ(problem.fileName, file_);
             EXPECT_STREQ(problem.what(), "File read error");
@@ -446,10 +435,10 @@ TEST_F(ScriptedFiles, CheckFilesWarnsOfAReadThatIsNotAllowed) {
     script_.failingRead = 1;
     script_.readError = EACCES;
     std::ostringstream out;
-    script = &script_;
-    const int code = CheckFiles({{file_, std::string(64, '0'), ""}}, out, nullptr, false);
-    script = nullptr;
-    EXPECT_EQ(code, 0);
+    {
+        const Running running(script_);
+        EXPECT_EQ(CheckFiles({{file_, std::string(64, '0'), ""}}, out, nullptr, false), 0);
+    }
     EXPECT_EQ(out.str(), "Warning: File access denied: " + file_ + ".\n");
 }
 
@@ -457,10 +446,10 @@ TEST_F(ScriptedFiles, CalcHashLeavesTheResultOnAReadError) {
     script_.failingRead = 2;
     script_.readError = EIO;
     std::string result = "before";
-    script = &script_;
-    const bool done = HashFileChecker::CalcHash(file_, "#MD5:", result);
-    script = nullptr;
-    EXPECT_FALSE(done);
+    {
+        const Running running(script_);
+        EXPECT_FALSE(HashFileChecker::CalcHash(file_, "#MD5:", result));
+    }
     EXPECT_EQ(result, "before");
     EXPECT_EQ(script_.opened, 0);
 }
@@ -474,18 +463,20 @@ TEST_F(ScriptedFiles, AListThatFailsInTheMiddleEndsWithoutAnError) {
 
     std::list<std::string> names;
     script_.failingSystemRead = 2;
-    script = &script_;
-    HashFileChecker::LoadFileList(list.c_str(), names);
-    script = nullptr;
+    {
+        const Running running(script_);
+        HashFileChecker::LoadFileList(list.c_str(), names);
+    }
     EXPECT_GT(names.size(), 0U);
     EXPECT_LT(names.size(), 10000U);
     EXPECT_EQ(names.front(), "0=x");
 
     std::list<HashFileChecker::FileHashPair> records;
     script_.systemReads = 0;
-    script = &script_;
-    HashFileChecker::LoadHashList(list.c_str(), records);
-    script = nullptr;
+    {
+        const Running running(script_);
+        HashFileChecker::LoadHashList(list.c_str(), records);
+    }
     EXPECT_EQ(records.size(), names.size());
 }
 
@@ -494,9 +485,10 @@ TEST_F(ScriptedFiles, AListThatCannotBeReadIsEmpty) {
     const auto failing = [&](const auto& call) {
         script_ = {};
         script_.failingSystemRead = 1;
-        script = &script_;
-        call();
-        script = nullptr;
+        {
+            const Running running(script_);
+            call();
+        }
         EXPECT_EQ(script_.systemReads, 1);
     };
     std::list<std::string> names;
@@ -527,10 +519,11 @@ TEST_F(ScriptedFiles, AListThatCannotBeReadIsEmpty) {
 TEST_F(ScriptedFiles, AListThatCannotBeReadShowsInAReadOfTheCallers) {
     const std::string list = scratch_.write("list", "a=1\n");
     script_.failingSystemRead = 1;
-    script = &script_;
     std::ifstream in(list);
-    in.ignore(std::numeric_limits<std::streamsize>::max());
-    script = nullptr;
+    {
+        const Running running(script_);
+        in.ignore(std::numeric_limits<std::streamsize>::max());
+    }
     EXPECT_TRUE(in.bad());
 }
 

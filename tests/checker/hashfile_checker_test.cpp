@@ -1,6 +1,7 @@
 #include "checker/hashfile_checker.h"
 #include "tests/support/bytes.h"
-#include "tests/support/leaks.h"
+#include "tests/support/fault_injection.h"
+#include "tests/support/leak_check.h"
 #include "tests/support/peer_digest.h"
 #include "tests/support/scratch.h"
 
@@ -281,8 +282,6 @@ TEST_F(HashList, AppendsToWhatIsThere) {
 }
 
 TEST_F(HashList, KeepsTheRecordsBeforeTheOneThatThereIsNoMemoryFor) {
-    if (!support::canFailAllocations())
-        GTEST_SKIP() << "a sanitizer's operator new does not fail";
     const std::string text(40, 'x'); // takes memory of its own
     const std::string path = scratch_.write("list", "a=" + text + "\nb=" + text + "\n");
     const Divided all = {{"before", "0"}, {"a", text}, {"b", text}};
@@ -290,7 +289,7 @@ TEST_F(HashList, KeepsTheRecordsBeforeTheOneThatThereIsNoMemoryFor) {
     for (long before = 0; before < 100; ++before) {
         Records records{{"before", "0", ""}};
         try {
-            const support::FailingAllocation failing(before);
+            const support::FailingCall failing(support::CallKind::kMemory, before + 1);
             LoadHashList(path.c_str(), records);
         } catch (const std::bad_alloc&) {
             counts.insert(records.size());
@@ -390,7 +389,7 @@ TEST(PrintHashes, FlushesEachLine) {
 using PrintHashesDeathTest = Checker;
 
 TEST_F(PrintHashesDeathTest, Deliberate_ANameThatIsTooLongEndsTheProcessAfterTheLinesBeforeIt) {
-    support::allowLastingMemory(); // what GoogleTest keeps of a death test
+    support::allowLeaks(); // what GoogleTest keeps of a death test
     const std::string path = scratch_.path("out");
     for (const std::string& name :
          {std::string(8194, 'n'), "a=" + std::string(8192, 'n'), std::string(1000000, 'n')}) {
@@ -702,7 +701,7 @@ TEST_F(ProcessFilesTest, WritesAListThatChecks) {
 using ProcessFilesDeathTest = ProcessFilesTest;
 
 TEST_F(ProcessFilesDeathTest, Compatibility_ASinglePathThatIsTooLongEndsTheProcess) {
-    support::allowLastingMemory(); // what GoogleTest keeps of a death test
+    support::allowLeaks(); // what GoogleTest keeps of a death test
     scratch_.write("file", "abc");
     std::string path = "./file";
     path.insert(0, 8193 - path.size(), '/');
@@ -953,7 +952,7 @@ TEST_F(CheckFilesTest, LeaksNothingWhenTheStreamThrows) {
 }
 
 TEST_F(CheckFilesTest, RunsOnSeveralThreadsAtOnce) {
-    support::allowLastingMemory(); // what the system keeps of a finished thread
+    support::allowLeaks(); // what the system keeps of a finished thread
     std::vector<std::string> outputs(4);
     std::vector<std::thread> threads;
     for (std::string& output : outputs) {

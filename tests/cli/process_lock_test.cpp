@@ -5,6 +5,7 @@
 #include "cli/process/lock.h"
 #include "system/scchecker.h"
 #include "tests/support/child.h"
+#include "tests/support/fault_injection.h"
 #include "tests/support/namespaces.h"
 
 #include <cerrno>
@@ -17,6 +18,7 @@
 #include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -25,9 +27,6 @@ using cli::Lock;
 
 constexpr char kDirectory[] = "/var/run/vpnagent";
 constexpr char kFile[] = "/var/run/vpnagent/x";
-
-std::function<void()> beforeLocking;   // called once
-std::function<void()> beforeUnlocking; // called once
 
 class HeldLockTest : public testing::Test {
 protected:
@@ -38,11 +37,25 @@ protected:
     }
 
     void TearDown() override {
-        beforeLocking = nullptr;
-        beforeUnlocking = nullptr;
         if (support::haveOwnRunDirectory())
             fs::remove_all(kDirectory);
     }
+
+    std::function<void()> beforeLocking;   // called once
+    std::function<void()> beforeUnlocking; // called once
+
+private:
+    int lockFile(int fd, int command, void* argument) {
+        const bool unlocks = static_cast<struct flock*>(argument)->l_type == F_UNLCK;
+        auto& before = unlocks ? beforeUnlocking : beforeLocking;
+        if (const auto step = std::exchange(before, nullptr))
+            step();
+        return support::calls::lockByFcntl.original(fd, command, argument);
+    }
+
+    const support::Replacement<decltype(support::calls::lockByFcntl)> fcntl_{
+        support::calls::lockByFcntl,
+        [this](int fd, int command, void* argument) { return lockFile(fd, command, argument); }};
 };
 
 void makeFile() {
@@ -59,24 +72,6 @@ bool namesTheLockedFile(const Lock& lock) {
 bool anotherProcessGetsIt() {
     return support::inChild([] { return Lock::tryToTake("x") ? 1 : 0; }) == 1;
 }
-
-} // namespace
-
-extern "C" {
-
-int __real_fcntl(int fd, int command, ...);
-int __wrap_fcntl(int fd, int command, struct flock* lock);
-
-int __wrap_fcntl(int fd, int command, struct flock* lock) {
-    EXPECT_EQ(command, F_OFD_SETLK);
-    auto& before = lock->l_type == F_UNLCK ? beforeUnlocking : beforeLocking;
-    if (const auto step = std::exchange(before, nullptr))
-        step();
-    return __real_fcntl(fd, command, lock);
-}
-}
-
-namespace {
 
 TEST_F(HeldLockTest, IsNotHadOnAFileThatItsHolderRemovesMeanwhile) {
     beforeLocking = [] { fs::remove(kFile); };

@@ -1,7 +1,8 @@
 """Every command with each of its allocations and system calls failing once: whatever fails, the tool
-ends by itself, with the usual answer or with a complaint and a status that tells, and leaves neither a
-temporary file nor half an output."""
+exits by itself, with the usual output or with an error and a status that reports it, and leaves neither a
+temporary file nor a truncated output. Reads are short or fail in the middle of a file, too."""
 
+import errno
 import os
 import re
 import shutil
@@ -14,7 +15,7 @@ import namespaces
 from tool import MD5, TOOL, Outcome, ToolTest, environment, md5
 
 
-CALLS = os.environ["PELORIK_FAILING_CALLS"]
+CALLS = os.environ["PELORIK_FAULT_INJECTION"]
 SANITIZED = os.environ["PELORIK_SANITIZE"] != ""
 
 # Under the sanitizers, where every process takes long, as many of a command's failures as this, spread
@@ -23,7 +24,7 @@ AT_MOST = 10 if SANITIZED else 10**6
 
 
 def variables(order):
-    changes = {"LD_PRELOAD": CALLS, "PELORIK_CALLS": order}
+    changes = {"LD_PRELOAD": CALLS, "PELORIK_FAULTS": order}
     if SANITIZED:  # its own library would like to be the first, and every failure is an allocation's
         changes["ASAN_OPTIONS"] = os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"
     return environment(**changes)
@@ -168,6 +169,43 @@ class Durability(Failures):
             with self.subTest(words=words):
                 self.assertIn("fsync", calls[:rename])
                 self.assertIn("fsync", calls[rename:])
+
+
+class Reads(Failures):
+    """Larger files than any buffer, of which reads are short or fail from an offset on."""
+
+    def setUp(self):
+        super().setUp()
+        self.write("big", bytes(range(256)) * 1500)
+        self.write("biglist", "big=%s%s\n" % (MD5, md5(bytes(range(256)) * 1500)))
+        self.files = contents(".")
+
+    def run_with(self, order, *words):
+        return self.run_once(words, order, b"")
+
+    def test_short_counts_change_nothing(self):
+        for words in (["hash", "big"], ["list", "big", "f"], ["check", "-j1", "biglist"],
+                      ["base64", "big"], ["xml", "format", "x.xml"], ["ini", "dump", "x.ini"]):
+            usual, _ = self.run_with("short 1000000", *words)
+            self.assertEqual(usual.status, 0, usual.complaint)
+            with self.subTest(words=words):
+                outcome, _ = self.run_with("short 7", *words)
+                self.assertEqual((outcome.status, outcome.out), (0, usual.out), outcome.complaint)
+
+    def test_a_file_that_cannot_be_read_to_its_end_is_an_error(self):
+        for words, status in ((["hash", "big"], 1), (["list", "-o", "new", "big"], 2),
+                              (["check", "-j1", "biglist"], 1), (["base64", "big"], 2)):
+            for offset in (0, 1000, 200000, 383999):
+                with self.subTest(words=words, offset=offset):
+                    order = "read %d %d big" % (offset, errno.EIO)
+                    outcome, files = self.run_with(order, *words)
+                    self.assertEqual(outcome.status, status, outcome.complaint)
+                    self.assertIn("Input/output error", outcome.complaint + outcome.text)
+                    self.assertEqual(files, self.files)
+
+    def test_a_failure_after_the_end_of_the_file_is_none(self):
+        outcome, _ = self.run_with("read 384001 %d big" % errno.EIO, "check", "-j1", "biglist")
+        self.assertEqual(outcome.status, 0, outcome.complaint)
 
 
 class Interfaces(Failures):

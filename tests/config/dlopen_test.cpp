@@ -1,7 +1,7 @@
 // The library in a program that loads it at run time.
 
-#include "tests/support/failing_calls.h"
-#include "tests/support/leaks.h"
+#include "tests/support/fault_injection.h"
+#include "tests/support/leak_check.h"
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -41,7 +41,7 @@ void* eraseWithoutMemory(void* argument) {
 }
 
 TEST(Dlopen, AThreadsFirstErasureTakesNoMemory) {
-    support::allowLastingMemory(); // of the loader
+    support::allowLeaks(); // of the loader
     const Plugin plugin;
     ASSERT_TRUE(plugin.loaded()) << dlerror();
     void* const document = plugin.function<void*()>("makeDocument")();

@@ -2,8 +2,7 @@
 // find above and below their element, and that none of it takes memory or a deep stack.
 
 #include "config/vpnxml.h"
-#include "tests/support/failing_calls.h"
-#include "tests/support/leaks.h"
+#include "tests/support/fault_injection.h"
 #include "tests/support/small_stack.h"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 // missing and forbidden.
 
 #include "checker/hashfile_checker.h"
-#include "tests/support/every_failure.h"
+#include "tests/support/every_fault.h"
 #include "tests/support/scratch.h"
 
 #include <cerrno>

@@ -3,7 +3,7 @@
 #include "config/inifile.h"
 #include "config/vpnxml.h"
 #include "tests/support/captured_stderr.h"
-#include "tests/support/every_failure.h"
+#include "tests/support/every_fault.h"
 #include "tests/support/scratch.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // The digests where memory ends. They call the system for nothing.
 
 #include "digest/hash.h"
-#include "tests/support/every_failure.h"
+#include "tests/support/every_fault.h"
 
 #include <gtest/gtest.h>
 #include <memory>

@@ -3,7 +3,7 @@
 
 #include "system/netinterface.h"
 #include "system/scchecker.h"
-#include "tests/support/every_failure.h"
+#include "tests/support/every_fault.h"
 #include "tests/support/namespaces.h"
 
 #include <cerrno>

@@ -1,6 +1,6 @@
 // Strings and certificates where memory ends. They call the system for nothing.
 
-#include "tests/support/every_failure.h"
+#include "tests/support/every_fault.h"
 #include "text/agstr.h"
 #include "text/base64.h"
 

@@ -6,7 +6,7 @@
 #include "config/inifile.h"
 #include "config/vpnxml.h"
 #include "digest/hash.h"
-#include "tests/support/leaks.h"
+#include "tests/support/leak_check.h"
 #include "tests/support/scratch.h"
 #include "text/agstr.h"
 #include "text/base64.h"
@@ -115,7 +115,7 @@ private:
 };
 
 TEST(Threads, WithObjectsOfTheirOwnDoNotMeet) {
-    support::allowLastingMemory(); // what the system keeps of a finished thread
+    support::allowLeaks(); // what the system keeps of a finished thread
     const support::ScratchDirectory folder;
     std::vector<Worker> workers;
     for (int i = 0; i < kThreads; ++i)

@@ -6,7 +6,7 @@
 #include "checker/hashfile_checker.h"
 #include "config/inifile.h"
 #include "config/vpnxml.h"
-#include "tests/support/failing_calls.h"
+#include "tests/support/fault_injection.h"
 #include "tests/support/scratch.h"
 
 #include <algorithm>

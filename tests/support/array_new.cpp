@@ -1,17 +1,15 @@
 #include "tests/support/array_new.h"
 
+#include "tests/support/fault_injection.h"
+
 #include <cstdint>
 #include <cstdlib>
-#include <limits>
 #include <map>
 #include <new>
 
 namespace {
 
-constexpr std::size_t kNoLimit = std::numeric_limits<std::size_t>::max();
-
 std::size_t made = 0;
-std::size_t limit = kNoLimit;
 
 // Never destroyed, since arrays may be deleted after everything else.
 std::map<const void*, std::size_t>& sizes() {
@@ -26,11 +24,12 @@ const bool ready = sizes().empty();
 
 void* operator new[](std::size_t size) {
     // A sanitizer's malloc takes a size that is out of all reason for a fault of the program.
-    const bool possible = made < limit && size <= PTRDIFF_MAX;
+    const bool possible = size <= PTRDIFF_MAX;
     void* const block = possible ? std::malloc(size == 0 ? 1 : size) : nullptr;
     if (block == nullptr)
         throw std::bad_alloc();
     ++made;
+    const support::Uncounted own;
     sizes()[block] = size;
     return block;
 }
@@ -55,12 +54,4 @@ std::size_t support::liveArrays() {
 
 std::size_t support::madeArrays() {
     return made;
-}
-
-support::FailingArrays::FailingArrays(std::size_t successes) {
-    limit = made + successes;
-}
-
-support::FailingArrays::~FailingArrays() {
-    limit = kNoLimit;
 }

@@ -1,5 +1,5 @@
-// Operators new[] and delete[] that a test can question. A test program that lists array_new.cpp
-// among its sources gets them in place of the usual ones, under the sanitizers too.
+// Operators new[] and delete[] that record the sizes of arrays. A test program that lists
+// array_new.cpp among its sources gets them, under the sanitizers too.
 
 #ifndef PELORIK_TESTS_SUPPORT_ARRAY_NEW_H
 #define PELORIK_TESTS_SUPPORT_ARRAY_NEW_H
@@ -14,15 +14,6 @@ std::size_t arraySize(const void* block);
 // How many arrays there are now, and how many were made since the start.
 std::size_t liveArrays();
 std::size_t madeArrays();
-
-// While it lives, new[] fails as soon as `successes` arrays were made.
-class FailingArrays {
-public:
-    explicit FailingArrays(std::size_t successes);
-    ~FailingArrays();
-    FailingArrays(const FailingArrays&) = delete;
-    FailingArrays& operator=(const FailingArrays&) = delete;
-};
 
 } // namespace support
 

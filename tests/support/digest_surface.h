@@ -14,7 +14,7 @@
 #define PELORIK_TESTS_SUPPORT_DIGEST_SURFACE_H
 
 #include "tests/support/bytes.h"
-#include "tests/support/leaks.h"
+#include "tests/support/leak_check.h"
 #include "tests/support/peer_digest.h"
 
 #include <algorithm>
@@ -226,7 +226,7 @@ TYPED_TEST_P(DigestSurface, Check_ReadsNothingBehindTheFirstDifference) {
 }
 
 TYPED_TEST_P(DigestSurface, ObjectsOfDifferentThreadsDoNotMeet) {
-    allowLastingMemory(); // what the system keeps of a finished thread
+    allowLeaks(); // what the system keeps of a finished thread
     constexpr std::size_t threads = 4;
     std::vector<std::string> messages;
     for (std::size_t i = 0; i < threads; ++i)

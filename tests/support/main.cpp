@@ -1,11 +1,9 @@
 // The main function of every test program.
 //
-// Counts what a test leaves behind. Memory is counted around each test through the replaced
-// operators new and delete, in builds where no sanitizer does that better; descriptors and child
-// processes are counted around the whole program.
+// Checks for leaks: of memory after each test, by operators new and delete that count, unless a
+// sanitizer does that better; of descriptors and child processes at the end of the program.
 
-#include "tests/support/leaks.h"
-#include "tests/support/remains.h"
+#include "tests/support/leak_check.h"
 
 #include <atomic>
 #include <cstdio>
@@ -17,8 +15,6 @@
 namespace {
 
 std::atomic<long> liveBlocks{0};
-std::atomic<long> blocksUntilFailure{-1}; // negative: none fails
-std::atomic<bool> allFail{false};
 bool leaksAllowed = false;
 
 } // namespace
@@ -26,8 +22,6 @@ bool leaksAllowed = false;
 #ifndef PELORIK_SANITIZED
 
 void* operator new(std::size_t size) {
-    if (allFail || (blocksUntilFailure >= 0 && blocksUntilFailure-- == 0))
-        throw std::bad_alloc();
     void* const block = std::malloc(size == 0 ? 1 : size);
     if (block == nullptr)
         throw std::bad_alloc();
@@ -60,7 +54,7 @@ __attribute__((weak)) void operator delete[](void* block, std::size_t) noexcept 
 
 namespace {
 
-class MemoryWatch : public testing::EmptyTestEventListener {
+class MemoryLeakCheck : public testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo&) override {
         leaksAllowed = false;
         before_ = liveBlocks;
@@ -77,46 +71,18 @@ class MemoryWatch : public testing::EmptyTestEventListener {
 
 } // namespace
 
-void support::allowLastingMemory() {
+void support::allowLeaks() {
     leaksAllowed = true;
-}
-
-bool support::canFailAllocations() {
-#ifdef PELORIK_SANITIZED
-    return false;
-#else
-    return true;
-#endif
-}
-
-support::NoMemory::NoMemory() {
-    allFail = true;
-}
-
-support::NoMemory::~NoMemory() {
-    allFail = false;
-}
-
-support::FailingAllocation::FailingAllocation(long before) {
-    blocksUntilFailure = before;
-}
-
-support::FailingAllocation::~FailingAllocation() {
-    blocksUntilFailure = -1;
-}
-
-bool support::FailingAllocation::failed() const {
-    return blocksUntilFailure < 0;
 }
 
 int main(int argc, char** argv) {
     testing::InitGoogleMock(&argc, argv);
-    testing::UnitTest::GetInstance()->listeners().Append(new MemoryWatch);
-    const support::Remains remains;
+    testing::UnitTest::GetInstance()->listeners().Append(new MemoryLeakCheck);
+    const support::LeakCheck leaks;
     const int status = RUN_ALL_TESTS();
     if (testing::UnitTest::GetInstance()->test_to_run_count() == 0) {
         std::fputs("No test matches the filter.\n", stderr);
         return 1;
     }
-    return remains.found() ? 1 : status;
+    return leaks.found() ? 1 : status;
 }

@@ -1,9 +1,10 @@
-// What becomes of the records of the layer below, which a stand-in makes up, extra interface and
-// auxiliary texts included. The real kernel is asked in netinterface_test.cpp.
+// Conversion of the records of net_interf.h, whose functions are mocked here. netinterface_test.cpp
+// has the tests with the real kernel.
 
 #include "system/net_interf.h"
 #include "system/netinterface.h"
-#include "tests/support/leaks.h"
+#include "tests/support/fault_injection.h"
+#include "tests/support/leak_check.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -14,6 +15,7 @@
 #include <new>
 #include <pthread.h>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -32,8 +34,7 @@ struct LayerBelow {
     system_network_interfaces before{}; // what the container held before the call
 };
 
-LayerBelow* standIn = nullptr;
-std::size_t failingAllocation = 0; // the number, from 1, of the one that fails
+LayerBelow* mock = nullptr;
 
 net_addresses* makeAddresses(const std::vector<std::uint32_t>& values) {
     const auto count = static_cast<std::uint32_t>(values.size());
@@ -72,8 +73,8 @@ std::vector<std::string> describe(const std::vector<NetInterfaceInfo>& all) {
 
 class NetInterfaceRecords : public testing::Test {
 protected:
-    NetInterfaceRecords() { standIn = &below; }
-    ~NetInterfaceRecords() override { standIn = nullptr; }
+    NetInterfaceRecords() { mock = &below; }
+    ~NetInterfaceRecords() override { mock = nullptr; }
 
     void makeTwoAndAnExtra() {
         below.list = makeRecord<lan_interface>("second", 1400, 7);
@@ -91,41 +92,32 @@ protected:
     std::vector<NetInterfaceInfo> out;
 };
 
+template<class Record>
+void destroy(Record* record) {
+    if (record == nullptr)
+        return;
+    std::free(record->addresses);
+    std::free(record->broadcasts);
+    std::free(record->aux_text);
+    std::free(record);
+}
+
 } // namespace
 
-extern "C" {
-
-int real_get(system_network_interfaces* c) asm(
-    "__real__Z29get_system_network_interfacesP25system_network_interfaces");
-void real_destroy(system_network_interfaces* c) asm(
-    "__real__Z30sys_network_interfaces_destroyP25system_network_interfaces");
-void* real_new(std::size_t size) asm("__real__Znwm");
-
-int wrap_get(system_network_interfaces* c) asm(
-    "__wrap__Z29get_system_network_interfacesP25system_network_interfaces");
-void wrap_destroy(system_network_interfaces* c) asm(
-    "__wrap__Z30sys_network_interfaces_destroyP25system_network_interfaces");
-void* wrap_new(std::size_t size) asm("__wrap__Znwm");
-
-int wrap_get(system_network_interfaces* c) {
-    standIn->before = *c;
-    c->list = standIn->list;
-    c->extra_interface = standIn->extra;
-    if (standIn->endsThread)
+int get_system_network_interfaces(system_network_interfaces* c) {
+    mock->before = *c;
+    c->list = mock->list;
+    c->extra_interface = mock->extra;
+    if (mock->endsThread)
         pthread_exit(nullptr);
-    return standIn->result;
+    return mock->result;
 }
 
-void wrap_destroy(system_network_interfaces* c) {
-    ++standIn->destroyed;
-    real_destroy(c);
-}
-
-void* wrap_new(std::size_t size) {
-    if (failingAllocation != 0 && --failingAllocation == 0)
-        throw std::bad_alloc();
-    return real_new(size);
-}
+void sys_network_interfaces_destroy(system_network_interfaces* c) {
+    ++mock->destroyed;
+    while (c->list != nullptr)
+        destroy(std::exchange(c->list, c->list->next));
+    destroy(std::exchange(c->extra_interface, nullptr));
 }
 
 namespace {
@@ -178,15 +170,16 @@ TEST_F(NetInterfaceRecords, FailureLeavesEverythingAlone) {
 // the addresses of that.
 TEST_F(NetInterfaceRecords, AreFreedWhicheverAllocationFailsAndWhatWasAppendedStays) {
     const std::vector<std::size_t> appended = {0, 1, 1, 1, 2, 3};
-    for (std::size_t failing = 1; failing <= appended.size(); ++failing) {
+    for (long failing = 1; failing <= std::ssize(appended); ++failing) {
         below = LayerBelow();
         makeTwoAndAnExtra();
         std::vector<NetInterfaceInfo> some;
-        failingAllocation = failing;
-        EXPECT_THROW(CollectNetInterfaceInfo(some), std::bad_alloc) << failing;
-        failingAllocation = 0;
+        {
+            const support::FailingCall allocation(support::CallKind::kMemory, failing);
+            EXPECT_THROW(CollectNetInterfaceInfo(some), std::bad_alloc) << failing;
+        }
         EXPECT_EQ(below.destroyed, 1);
-        EXPECT_EQ(some.size(), appended[failing - 1]) << failing;
+        EXPECT_EQ(some.size(), appended[static_cast<std::size_t>(failing - 1)]) << failing;
     }
 }
 
@@ -194,7 +187,7 @@ TEST_F(NetInterfaceRecords, AreFreedWhenTheThreadEndsBeforeTheyAreComplete) {
 #ifdef PELORIK_SANITIZED
     GTEST_SKIP() << "the address sanitizer takes the stack of a cancelled thread for misused";
 #endif
-    support::allowLastingMemory(); // what the system keeps of a finished thread
+    support::allowLeaks(); // what the system keeps of a finished thread
     makeTwoAndAnExtra();
     below.endsThread = true;
     pthread_t thread;

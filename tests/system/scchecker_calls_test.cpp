@@ -1,8 +1,8 @@
-// The lock's conversation with the system: a stand-in for it records each call and answers as the
-// test says. The real system is asked in scchecker_test.cpp.
+// The lock's calls of the system, which a mock records and answers. scchecker_test.cpp has the
+// tests with the real system.
 
 #include "system/scchecker.h"
-#include "tests/support/leaks.h"
+#include "tests/support/fault_injection.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -16,6 +16,8 @@
 
 namespace {
 
+namespace calls = support::calls;
+using support::Replacement;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -38,72 +40,56 @@ struct System {
     }
 };
 
-System* standIn = nullptr; // calls go to the C library while it is null
+// While it lives, the library's calls reach the `system`.
+class Mocked {
+public:
+    explicit Mocked(System& system) : system_(system) {}
+
+private:
+    std::FILE* openFile(const char* path, const char* mode) {
+        const int error = system_.fileExists ? 0 : ENOENT;
+        const int result = system_.answer(std::string("fopen ") + path + " " + mode, error, 0);
+        return result < 0 ? nullptr : calls::fopen.original("/dev/null", "rb");
+    }
+
+    int createFile(const char* path, mode_t mode) {
+        const std::string call = std::string("creat ") + path + " " + std::to_string(mode);
+        return system_.answer(call, system_.creatError, system_.created);
+    }
+
+    int lockFile(int fd, int command, off_t length) {
+        EXPECT_EQ(command, F_TLOCK);
+        const std::string call = "lockf " + std::to_string(fd) + " " + std::to_string(length);
+        return system_.answer(call, system_.lockError, 0);
+    }
+
+    int closeFile(int fd) {
+        return system_.answer("close " + std::to_string(fd), system_.closeError, 0);
+    }
+
+    int removeFile(const char* path) { return system_.answer(std::string("remove ") + path, 0, 0); }
+
+    System& system_;
+    const Replacement<decltype(calls::fopen)> fopen_{
+        calls::fopen, [this](auto... arguments) { return openFile(arguments...); }};
+    const Replacement<decltype(calls::creat)> creat_{
+        calls::creat, [this](auto... arguments) { return createFile(arguments...); }};
+    const Replacement<decltype(calls::lockf)> lockf_{
+        calls::lockf, [this](auto... arguments) { return lockFile(arguments...); }};
+    const Replacement<decltype(calls::close)> close_{
+        calls::close, [this](auto... arguments) { return closeFile(arguments...); }};
+    const Replacement<decltype(calls::remove)> remove_{
+        calls::remove, [this](auto... arguments) { return removeFile(arguments...); }};
+};
 
 class ScCheckerCalls : public testing::Test {
 protected:
-    ScCheckerCalls() { standIn = &system; }
-    ~ScCheckerCalls() override { standIn = nullptr; }
-
     std::vector<std::string> takeCalls() { return std::exchange(system.calls, {}); }
 
     System system;
+    const Mocked mocked{system};
     SCChecker checker;
 };
-
-} // namespace
-
-extern "C" {
-
-std::FILE* __real_fopen(const char* path, const char* mode);
-int __real_creat(const char* path, mode_t mode);
-int __real_lockf(int fd, int command, off_t length);
-int __real_close(int fd);
-int __real_remove(const char* path);
-
-std::FILE* __wrap_fopen(const char* path, const char* mode);
-int __wrap_creat(const char* path, mode_t mode);
-int __wrap_lockf(int fd, int command, off_t length);
-int __wrap_close(int fd);
-int __wrap_remove(const char* path);
-
-std::FILE* __wrap_fopen(const char* path, const char* mode) {
-    if (standIn == nullptr)
-        return __real_fopen(path, mode);
-    const int error = standIn->fileExists ? 0 : ENOENT;
-    const int result = standIn->answer(std::string("fopen ") + path + " " + mode, error, 0);
-    return result < 0 ? nullptr : __real_fopen("/dev/null", "rb");
-}
-
-int __wrap_creat(const char* path, mode_t mode) {
-    if (standIn == nullptr)
-        return __real_creat(path, mode);
-    const std::string call = std::string("creat ") + path + " " + std::to_string(mode);
-    return standIn->answer(call, standIn->creatError, standIn->created);
-}
-
-int __wrap_lockf(int fd, int command, off_t length) {
-    if (standIn == nullptr)
-        return __real_lockf(fd, command, length);
-    EXPECT_EQ(command, F_TLOCK);
-    const std::string call = "lockf " + std::to_string(fd) + " " + std::to_string(length);
-    return standIn->answer(call, standIn->lockError, 0);
-}
-
-int __wrap_close(int fd) {
-    if (standIn == nullptr)
-        return __real_close(fd);
-    return standIn->answer("close " + std::to_string(fd), standIn->closeError, 0);
-}
-
-int __wrap_remove(const char* path) {
-    if (standIn == nullptr)
-        return __real_remove(path);
-    return standIn->answer(std::string("remove ") + path, 0, 0);
-}
-}
-
-namespace {
 
 constexpr char kOpenForReading[] = "fopen /var/run/vpnagent/x rb";
 constexpr char kCreate[] = "creat /var/run/vpnagent/x 128";
@@ -159,14 +145,12 @@ TEST_F(ScCheckerCalls, LockTakesDescriptorZeroToo) {
 
 // That each allocation may fail by itself is tested in system_failures_test.cpp.
 TEST_F(ScCheckerCalls, LockReturnsFalseWithoutMemoryForThePath) {
-    if (!support::canFailAllocations())
-        GTEST_SKIP() << "a sanitizer's operator new does not fail";
     for (const char* const name : {"y", "a name that takes memory of its own", ""}) {
         EXPECT_TRUE(checker.lock("x"));
         takeCalls();
         bool locked = true;
         {
-            const support::NoMemory noMemory;
+            const support::FailingCalls noMemory(support::CallKind::kMemory);
             locked = checker.lock(name);
         }
         EXPECT_EQ(errno, ENOMEM);
@@ -239,13 +223,12 @@ TEST(ScCheckerLayout, FieldsStandInTheirOrder) {
 
 TEST(ScCheckerLayout, DestructionReleasesNothing) {
     System system;
-    standIn = &system;
+    const Mocked mocked(system);
     {
         SCChecker checker;
         EXPECT_TRUE(checker.lock("x"));
         system.calls.clear();
     }
-    standIn = nullptr;
     EXPECT_THAT(system.calls, IsEmpty());
 }
 

@@ -13,20 +13,8 @@
 
 namespace {
 
-scripted::Kernel* running = nullptr; // calls go to the C library while it is null
-
-// While a call is answered, its own allocations are not the library's.
-class Answering {
-public:
-    Answering() : kernel_(std::exchange(running, nullptr)) {}
-    Answering(const Answering&) = delete;
-    Answering& operator=(const Answering&) = delete;
-    ~Answering() { running = kernel_; }
-    scripted::Kernel* operator->() const { return kernel_; }
-
-private:
-    scripted::Kernel* const kernel_;
-};
+namespace calls = support::calls;
+using scripted::Kernel;
 
 int finish(int error, int result) {
     if (error == 0)
@@ -82,148 +70,103 @@ void hand(const scripted::Reply& reply, const iovec& vector) {
 }
 
 // What a cancellation point does in a thread that was cancelled.
-void endIfCancelled(const Answering& kernel) {
-    if (kernel->calls.size() != kernel->cancelledCall)
+void endIfCancelled(Kernel& kernel) {
+    if (kernel.calls.size() != kernel.cancelledCall)
         return;
     pthread_cancel(pthread_self());
     pthread_testcancel();
 }
 
 // Whether the allocation of `size` bytes that is asked for is the one that fails.
-bool failsNow(const Answering& kernel, std::size_t size) {
-    kernel->allocations.push_back(size);
-    if (kernel->allocations.size() != kernel->failingAllocation)
+bool failsNow(Kernel& kernel, std::size_t size) {
+    kernel.allocations.push_back(size);
+    if (kernel.allocations.size() != kernel.failingAllocation)
         return false;
     errno = ENOMEM;
     return true;
 }
 
-} // namespace
-
-extern "C" {
-
-void* __real_malloc(std::size_t size);
-void* __real_realloc(void* block, std::size_t size);
-void __real_free(void* block);
-int __real_socket(int family, int type, int protocol);
-int __real_bind(int fd, const sockaddr* address, socklen_t size);
-ssize_t __real_sendmsg(int fd, const msghdr* message, int flags);
-ssize_t __real_recvmsg(int fd, msghdr* message, int flags);
-int __real_close(int fd);
-pid_t __real_getpid();
-
-void* __wrap_malloc(std::size_t size);
-void* __wrap_realloc(void* block, std::size_t size);
-void __wrap_free(void* block);
-int __wrap_socket(int family, int type, int protocol);
-int __wrap_bind(int fd, const sockaddr* address, socklen_t size);
-ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags);
-ssize_t __wrap_recvmsg(int fd, msghdr* message, int flags);
-int __wrap_close(int fd);
-pid_t __wrap_getpid();
-
-void* __wrap_malloc(std::size_t size) {
-    if (running == nullptr)
-        return __real_malloc(size);
-    const Answering kernel;
+// Memory that nobody may take for zeros. Of a huge block only the beginning is ever used.
+void* allocate(Kernel& kernel, std::size_t size) {
     if (failsNow(kernel, size))
         return nullptr;
-    void* const block = __real_malloc(size);
-    // Memory that nobody may take for zeros. Of a huge block only the beginning is ever used.
+    void* const block = calls::malloc.original(size);
     std::memset(block, 0xA5, std::min(size, std::size_t{1} << 20));
-    kernel->blocks.insert(block);
+    kernel.blocks.insert(block);
     return block;
 }
 
-void* __wrap_realloc(void* block, std::size_t size) {
-    if (running == nullptr)
-        return __real_realloc(block, size);
-    const Answering kernel;
+void* reallocate(Kernel& kernel, void* block, std::size_t size) {
     if (failsNow(kernel, size))
         return nullptr;
-    kernel->blocks.erase(block);
-    void* const grown = __real_realloc(block, size);
-    kernel->blocks.insert(grown);
+    kernel.blocks.erase(block);
+    void* const grown = calls::realloc.original(block, size);
+    kernel.blocks.insert(grown);
     return grown;
 }
 
-void __wrap_free(void* block) {
-    if (running != nullptr) {
-        const Answering kernel;
-        unfilled.clear();
-        kernel->blocks.erase(block);
-        errno = EIDRM; // what a cleanup may do to it
-    }
-    __real_free(block);
+void release(Kernel& kernel, void* block) {
+    unfilled.clear();
+    kernel.blocks.erase(block);
+    calls::free.original(block);
+    errno = EIDRM; // what a cleanup may do to it
 }
 
-int __wrap_socket(int family, int type, int protocol) {
-    if (running == nullptr)
-        return __real_socket(family, type, protocol);
-    const Answering kernel;
-    kernel->calls.push_back(join("socket", {family, type, protocol}));
-    kernel->openSockets += kernel->socketError == 0;
-    return finish(kernel->socketError, scripted::kDescriptor);
+int openSocket(Kernel& kernel, int family, int type, int protocol) {
+    kernel.calls.push_back(join("socket", {family, type, protocol}));
+    kernel.openSockets += kernel.socketError == 0;
+    return finish(kernel.socketError, scripted::kDescriptor);
 }
 
-int __wrap_bind(int fd, const sockaddr* address, socklen_t size) {
-    if (running == nullptr)
-        return __real_bind(fd, address, size);
-    const Answering kernel;
-    kernel->calls.push_back(join("bind", {fd}) + textOf(address, size));
-    return finish(kernel->bindError, 0);
+int bindSocket(Kernel& kernel, int fd, const sockaddr* address, socklen_t size) {
+    kernel.calls.push_back(join("bind", {fd}) + textOf(address, size));
+    return finish(kernel.bindError, 0);
 }
 
-ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags) {
-    if (running == nullptr)
-        return __real_sendmsg(fd, message, flags);
-    const Answering kernel;
-    kernel->calls.push_back(join("sendmsg", {fd, flags}) +
-                            textOf(message->msg_name, message->msg_namelen) +
-                            join(" vectors", {static_cast<long>(message->msg_iovlen)}));
+ssize_t send(Kernel& kernel, int fd, const msghdr* message, int flags) {
+    kernel.calls.push_back(join("sendmsg", {fd, flags}) +
+                           textOf(message->msg_name, message->msg_namelen) +
+                           join(" vectors", {static_cast<long>(message->msg_iovlen)}));
     endIfCancelled(kernel);
     const auto* const bytes = static_cast<const unsigned char*>(message->msg_iov->iov_base);
     const std::size_t size = message->msg_iov->iov_len;
-    kernel->requests.emplace_back(bytes, bytes + size);
-    if (kernel->requests.size() != kernel->failingRequest)
+    kernel.requests.emplace_back(bytes, bytes + size);
+    if (kernel.requests.size() != kernel.failingRequest)
         return static_cast<ssize_t>(size);
-    if (kernel->requestResult < 0)
+    if (kernel.requestResult < 0)
         errno = ENOBUFS;
-    return kernel->requestResult;
+    return kernel.requestResult;
 }
 
-ssize_t __wrap_recvmsg(int fd, msghdr* message, int flags) {
-    if (running == nullptr)
-        return __real_recvmsg(fd, message, flags);
-    const Answering kernel;
+ssize_t receive(Kernel& kernel, int fd, msghdr* message, int flags) {
     const iovec& vector = *message->msg_iov;
-    kernel->calls.push_back(join("recvmsg", {fd, flags, static_cast<long>(vector.iov_len)}));
+    kernel.calls.push_back(join("recvmsg", {fd, flags, static_cast<long>(vector.iov_len)}));
     endIfCancelled(kernel);
-    if (kernel->replies.empty())
+    if (kernel.replies.empty())
         return finish(ENODATA, 0);
-    const scripted::Reply reply = std::move(kernel->replies.front());
-    kernel->replies.pop_front();
+    const scripted::Reply reply = std::move(kernel.replies.front());
+    kernel.replies.pop_front();
     hand(reply, vector);
     if (reply.result < 0)
         errno = reply.error;
     return reply.result;
 }
 
-int __wrap_close(int fd) {
-    if (running == nullptr)
-        return __real_close(fd);
-    const Answering kernel;
+int closeSocket(Kernel& kernel, int fd) {
     unfilled.clear();
-    kernel->calls.push_back(join("close", {fd}));
+    kernel.calls.push_back(join("close", {fd}));
     endIfCancelled(kernel);
-    --kernel->openSockets;
-    return finish(kernel->closeError, 0);
+    --kernel.openSockets;
+    return finish(kernel.closeError, 0);
 }
 
-pid_t __wrap_getpid() {
-    return running == nullptr ? __real_getpid() : scripted::kProcess;
+// A replacement that passes the kernel to `function`. It is small enough to take no memory.
+template<class Result, class... Arguments>
+auto with(Kernel& kernel, Result (*function)(Kernel&, Arguments...)) {
+    return [&kernel, function](Arguments... arguments) { return function(kernel, arguments...); };
 }
-}
+
+} // namespace
 
 namespace scripted {
 
@@ -240,12 +183,13 @@ Reply failure(int error) {
     return {{}, -1, error};
 }
 
-Running::Running(Kernel& kernel) {
-    running = &kernel;
-}
-
-Running::~Running() {
-    running = nullptr;
-}
+Running::Running(Kernel& kernel)
+    : malloc_(calls::malloc, with(kernel, allocate)),
+      realloc_(calls::realloc, with(kernel, reallocate)), free_(calls::free, with(kernel, release)),
+      socket_(calls::socket, with(kernel, openSocket)),
+      bind_(calls::bind, with(kernel, bindSocket)), sendmsg_(calls::sendmsg, with(kernel, send)),
+      recvmsg_(calls::recvmsg, with(kernel, receive)),
+      close_(calls::close, with(kernel, closeSocket)),
+      getpid_(calls::getpid, [] { return kProcess; }) {}
 
 } // namespace scripted

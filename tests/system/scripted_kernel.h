@@ -1,9 +1,10 @@
-// A kernel, and an allocator, that follow a script: they stand in for the library's calls of
-// socket, bind, sendmsg, recvmsg, close, getpid, malloc, realloc and free while a `Kernel` runs it.
-// The program is linked with --wrap for these names.
+// A mock of the kernel and the allocator that follows a script. It replaces socket, bind, sendmsg,
+// recvmsg, close, getpid, malloc, realloc and free while a `Kernel` runs the library.
 
 #ifndef PELORIK_TESTS_SYSTEM_SCRIPTED_KERNEL_H
 #define PELORIK_TESTS_SYSTEM_SCRIPTED_KERNEL_H
+
+#include "tests/support/fault_injection.h"
 
 #include <cstddef>
 #include <deque>
@@ -38,13 +39,21 @@ inline constexpr int kProcess = 0x01020304;
 
 struct Kernel;
 
-// As long as it lives, the library meets this kernel.
+// While it lives, calls reach this kernel.
 class Running {
 public:
     explicit Running(Kernel& kernel);
-    Running(const Running&) = delete;
-    Running& operator=(const Running&) = delete;
-    ~Running();
+
+private:
+    support::Replacement<decltype(support::calls::malloc)> malloc_;
+    support::Replacement<decltype(support::calls::realloc)> realloc_;
+    support::Replacement<decltype(support::calls::free)> free_;
+    support::Replacement<decltype(support::calls::socket)> socket_;
+    support::Replacement<decltype(support::calls::bind)> bind_;
+    support::Replacement<decltype(support::calls::sendmsg)> sendmsg_;
+    support::Replacement<decltype(support::calls::recvmsg)> recvmsg_;
+    support::Replacement<decltype(support::calls::close)> close_;
+    support::Replacement<decltype(support::calls::getpid)> getpid_;
 };
 
 struct Kernel {

@@ -1,35 +1,37 @@
-// Letters and numbers go through the C library, and so by the locale: this program's own toupper,
-// tolower and strtod know what the machine's locales need not.
+// Letters and numbers follow the locale, since the C library converts them. The replaced toupper,
+// tolower and strtod have a locale that the machine may not have.
 
+#include "tests/support/fault_injection.h"
 #include "text/agstr.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>
 
-// Latin-1's letter a with a diaeresis, and a decimal comma.
-#pragma GCC visibility push(default)
-extern "C" {
+namespace {
 
-int __wrap_toupper(int byte) {
+namespace calls = support::calls;
+using support::Replacement;
+
+// Latin-1's letter a with a diaeresis, and a decimal comma.
+
+int upper(int byte) {
     return byte == 0xe4 ? 0xc4 : byte;
 }
 
-int __wrap_tolower(int byte) {
+int lower(int byte) {
     return byte == 0xc4 ? 0xe4 : byte;
 }
 
-double __wrap_strtod(const char* text, char** end) {
+double number(const char* text, char** end) {
     if (*text != '1' || text[1] != ',')
         return 0;
     *end = const_cast<char*>(text) + 3;
     return 1 + (text[2] - '0') / 10.0;
 }
-}
-#pragma GCC visibility pop
-
-namespace {
 
 TEST(AGStrLocale, ChangesLettersAsTheCLibraryDoes) {
+    const Replacement toupper(calls::toupper, upper);
+    const Replacement tolower(calls::tolower, lower);
     AGStr text("a\xe4");
     text.MakeUpper();
     EXPECT_STREQ(text, "a\xc4");
@@ -38,6 +40,7 @@ TEST(AGStrLocale, ChangesLettersAsTheCLibraryDoes) {
 }
 
 TEST(AGStrLocale, ReadsNumbersAsTheCLibraryDoes) {
+    const Replacement strtod(calls::strtod, number);
     double value = 0;
     EXPECT_TRUE(AGStr("1,5").NumericParse(&value, 'd'));
     EXPECT_EQ(value, 1.5);

@@ -1,4 +1,5 @@
 #include "tests/support/array_new.h"
+#include "tests/support/fault_injection.h"
 #include "text/agstr.h"
 
 #include <climits>
@@ -1232,11 +1233,11 @@ constexpr void (*kChanges[])(AGStr&) = {
 
 TEST(AGStrAllocation, LeavesTheStringAsItWasWhenItFails) {
     for (const auto& change : kChanges) {
-        for (std::size_t successes = 0;; ++successes) {
-            ASSERT_LT(successes, 4U);
+        for (long successes = 0;; ++successes) {
+            ASSERT_LT(successes, 4);
             AGStr string("abcab");
             try {
-                const support::FailingArrays failing(successes);
+                const support::FailingCall failing(support::CallKind::kMemory, successes + 1);
                 change(string);
                 break;
             } catch (const std::bad_alloc&) {
@@ -1249,10 +1250,10 @@ TEST(AGStrAllocation, LeavesTheStringAsItWasWhenItFails) {
 TEST(AGStrAllocation, LeavesATextWithANulAsItWasWhenItFails) {
     for (const std::size_t position : {1U, 3U, 9U}) {
         AGStr string = whole("ab\0cd"sv);
-        for (std::size_t successes = 0; textOf(string) == "ab\0cd"sv; ++successes) {
-            ASSERT_LT(successes, 4U);
+        for (long successes = 0; textOf(string) == "ab\0cd"sv; ++successes) {
+            ASSERT_LT(successes, 4);
             try {
-                const support::FailingArrays failing(successes);
+                const support::FailingCall failing(support::CallKind::kMemory, successes + 1);
                 string.Insert(position, "xy");
             } catch (const std::bad_alloc&) {
                 expectText(string, "ab\0cd"sv);

@@ -1,7 +1,7 @@
-#include "tests/support/every_failure.h"
+#include "tests/support/every_fault.h"
 
-#include "tests/support/leaks.h"
-#include "tests/support/remains.h"
+#include "tests/support/fault_injection.h"
+#include "tests/support/leak_check.h"
 
 #include <gtest/gtest.h>
 
@@ -29,9 +29,9 @@ std::string outcomeOf(const Scenario& scenario) {
     }
 }
 
-class EveryFailure {
+class EveryFault {
 public:
-    EveryFailure(CallKind kind, const Scenario& scenario, const Outcomes& documented)
+    EveryFault(CallKind kind, const Scenario& scenario, const Outcomes& documented)
         : kind_(kind), scenario_(scenario), missing_(documented), expected_(documented) {
         outcomeOf(scenario); // what is kept for ever is allocated now
         expected_.insert(outcomeOf(scenario));
@@ -40,13 +40,11 @@ public:
     long run() {
         for (long number = 1; failInEachWay(number); ++number) {
         }
-        if (kind_ == CallKind::kSystem || support::canFailAllocations())
-            expectNoneMissing();
+        expectNoneMissing();
         return runs_;
     }
 
 private:
-    // Under the sanitizers not all allocations fail.
     void expectNoneMissing() const {
         for (const std::string& outcome : missing_)
             ADD_FAILURE() << "never came to: " << outcome;
@@ -103,7 +101,7 @@ private:
 } // namespace
 
 long support::failEveryCall(CallKind kind, const Scenario& scenario, const Outcomes& documented) {
-    return EveryFailure(kind, scenario, documented).run();
+    return EveryFault(kind, scenario, documented).run();
 }
 
 void support::failEverything(const Scenario& scenario, const Outcomes& withoutMemory,

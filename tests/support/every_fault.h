@@ -1,10 +1,9 @@
-// Runs a scenario again and again, each time with another of its calls failing. For test programs
-// that list every_failure.cpp and failing_calls.cpp among their sources.
+// Runs a scenario again and again, each time with another of its calls failing.
 
-#ifndef PELORIK_TESTS_SUPPORT_EVERY_FAILURE_H
-#define PELORIK_TESTS_SUPPORT_EVERY_FAILURE_H
+#ifndef PELORIK_TESTS_SUPPORT_EVERY_FAULT_H
+#define PELORIK_TESTS_SUPPORT_EVERY_FAULT_H
 
-#include "tests/support/failing_calls.h"
+#include "tests/support/fault_injection.h"
 
 #include <functional>
 #include <set>

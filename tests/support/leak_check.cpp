@@ -1,4 +1,4 @@
-#include "tests/support/remains.h"
+#include "tests/support/leak_check.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -25,12 +25,12 @@ int support::openDescriptors() {
     return count;
 }
 
-bool support::Remains::found() const {
+bool support::LeakCheck::found() const {
     const bool descriptors = openDescriptors() != descriptors_;
     if (descriptors)
-        std::fputs("The program left a descriptor open.\n", stderr);
+        std::fputs("leak check: the program left a descriptor open\n", stderr);
     const bool children = hasChildren();
     if (children)
-        std::fputs("The program left a child process.\n", stderr);
+        std::fputs("leak check: the program left a child process\n", stderr);
     return descriptors || children;
 }
