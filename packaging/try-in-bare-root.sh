@@ -1,59 +1,28 @@
 #!/usr/bin/env bash
-# Tries the packages as a new user would: in a bare Debian 12 root, from installing them to removing them.
-# Prints each command and what it answered, and ends at the first that does not answer as it should.
+# Tries the sources as a new user would: runs subcommands of `./dev` in a bare Debian root, on a clean copy of
+# the commit at hand. Changes that are not committed are not tried.
 #
-#   debootstrap --variant=minbase bookworm ROOT
-#   ./dev package
-#   packaging/try-in-bare-root.sh ROOT build/package
+# usage: try-in-bare-root.sh SUITE [SUBCOMMAND]...
+#
+# SUITE is a release of Debian, bookworm (12) or trixie (13), from this machine's own apt sources. Without
+# subcommands, demo and test are run.
 set -euo pipefail
-root=$1
-packages=$2
-source=$(dirname "${BASH_SOURCE[0]}")/..
+if [ $# = 0 ]; then
+    echo "usage: $0 SUITE [SUBCOMMAND]..." >&2
+    exit 2
+fi
+suite=$1
+subcommands=("${@:2}")
+[ $# -gt 1 ] || subcommands=(demo test)
+project=$(dirname "${BASH_SOURCE[0]}")/..
+# shellcheck source=packaging/bare-root.sh
+. "$project/packaging/bare-root.sh"
 
-inside() {
-    chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 \
-        DEBIAN_FRONTEND=noninteractive MANPAGER=cat MANWIDTH=80 sh -c "cd /root && $1"
-}
-
-# answers STATUS COMMAND: what a person types, and the exit status that it must have.
-answers() {
-    printf '# %s\n' "$2"
-    local status=0
-    inside "$2" 2>&1 || status=$?
-    if [ "$status" != "$1" ]; then
-        printf 'exit status %s instead of %s\n' "$status" "$1" >&2
-        exit 1
-    fi
-}
-
-# quietly COMMAND: what the trial needs and nobody wants to read.
-quietly() {
-    inside "$1" >/dev/null 2>&1
-}
-
-rm -rf "$root/root/packages" "$root/root/consumer"
-mkdir -p "$root/root/packages"
-cp "$packages"/*_amd64.deb "$root/root/packages/"
-cp -r "$source/examples/consumer" "$root/root/"
-cp /etc/resolv.conf "$root/etc/resolv.conf"
-mountpoint -q "$root/proc" || mount -t proc proc "$root/proc"
-trap 'umount "$root/proc"' EXIT
-quietly 'apt-get update && apt-get install -y --no-install-recommends man-db'
-
-answers 0 'dpkg -i packages/libpelorikutil1_*.deb packages/pelorik_*.deb | grep -v Selecting'
-answers 0 'pelorik --version'
-answers 0 'man pelorik | sed -n 1,24p'
-answers 0 'pelorik list -r -o client.list /opt/PELORIKclient'
-answers 0 'pelorik check client.list'
-answers 0 'cp /opt/PELORIKclient/lib/libpelorikutil.so.1.0.0 kept && printf x >> /opt/PELORIKclient/lib/libpelorikutil.so.1.0.0'
-answers 1 'pelorik check client.list'
-answers 0 'mv kept /opt/PELORIKclient/lib/libpelorikutil.so.1.0.0 && chmod 644 /opt/PELORIKclient/lib/libpelorikutil.so.1.0.0'
-answers 0 'pelorik check client.list'
-quietly 'apt-get install -y --no-install-recommends g++ cmake make pkg-config'
-answers 0 'dpkg -i packages/libpelorikutil-dev_*.deb | grep -v Selecting'
-answers 0 'cmake -S consumer -B built > /dev/null && cmake --build built | tail -1'
-answers 0 'printf "" > empty && built/consumer empty'
-# shellcheck disable=SC2016 # the root's own shell expands it
-answers 0 'g++ consumer/main.cpp $(pkg-config --cflags --libs pelorikutil) -o by-pkg-config && ./by-pkg-config empty | head -1'
-answers 0 'dpkg --purge pelorik libpelorikutil-dev libpelorikutil1'
-answers 2 'ls /opt/PELORIKclient /usr/bin/pelorik'
+make_bare_root "$suite"
+mkdir "$root/root/pelorikutil"
+git -C "$project" archive HEAD | tar -x -C "$root/root/pelorikutil"
+for subcommand in "${subcommands[@]}"; do
+    printf '# ./dev %s\n' "$subcommand"
+    inside "cd pelorikutil && ./dev $subcommand"
+done
+echo "$suite: each of these passed: ${subcommands[*]}"
