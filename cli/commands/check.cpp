@@ -183,7 +183,6 @@ private:
     bool finish(std::size_t index, HashedFile& file) override;
     void idle(std::uint64_t) override { console_.flush(); }
 
-    void expectAll();
     End findUnlisted();
     bool reportBeside(const std::string& line, const std::string& json, Colour colour);
     bool reportUnlisted(const std::string& name);
@@ -210,19 +209,6 @@ Check::Check(const CheckOptions& options, const FileIdentity& identity, const Ha
     : options_(options), identity_(identity), list_(list), console_(console) {
     if (options.statusOnly)
         console.progress().hide();
-}
-
-void Check::expectAll() {
-    if (!console_.progress().shown())
-        return;
-    Amount total{list_.size(), 0};
-    for (std::size_t i = 0; i < list_.size(); ++i) {
-        stopIfInterrupted();
-        struct stat status {};
-        if (::stat(path(i), &status) == 0 && S_ISREG(status.st_mode))
-            total.bytes += static_cast<std::uint64_t>(status.st_size);
-    }
-    console_.progress().expect(total);
 }
 
 // True when a file of this status makes the check fail.
@@ -364,7 +350,6 @@ int Check::exitStatus(End end) const {
 }
 
 int Check::run() {
-    expectAll();
     ParallelHasher hasher(options_.threads, console_.progress());
     End end = hasher.run(*this);
     if (end == End::kComplete && !options_.unlisted.empty())

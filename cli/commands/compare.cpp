@@ -117,11 +117,11 @@ std::string_view prefixOf(std::string_view canonical) {
 
 // Returns whether `others` differ from a digest of `digests` by the same algorithm.
 bool contradict(const Digests& digests, const Digests& others) {
+    std::set<std::string_view> algorithms;
+    for (const std::string& other : others)
+        algorithms.insert(prefixOf(other));
     return std::any_of(digests.begin(), digests.end(), [&](const std::string& digest) {
-        return others.count(digest) == 0 &&
-               std::any_of(others.begin(), others.end(), [&](const std::string& other) {
-                   return prefixOf(other) == prefixOf(digest);
-               });
+        return !others.contains(digest) && algorithms.contains(prefixOf(digest));
     });
 }
 

@@ -81,14 +81,14 @@ std::string hintFor(const std::string& file, int error) {
 void expectAll(const std::vector<std::string>& files, Progress& progress) {
     if (!progress.shown())
         return;
-    std::uint64_t bytes = 0;
+    Amount total{files.size(), 0};
     bool known = true;
     for (const std::string& file : files) {
         struct stat status {};
         known = known && ::stat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-        bytes += static_cast<std::uint64_t>(status.st_size);
+        total.addBytes(static_cast<std::uint64_t>(status.st_size));
     }
-    progress.expect({files.size(), known ? bytes : 0});
+    progress.expect({total.files, known ? total.bytes : 0});
 }
 
 // Hashes everything that a pipe, a device or standard input yields.

@@ -151,9 +151,8 @@ private:
     void addLeftOut();
     bool isLeftOut(const std::string& name, const struct stat& status) const;
     bool isError(const HashedFile& file) const;
-    void useCheckpoint(std::string_view name, const Fingerprint& fingerprint,
-                       std::string_view digest, const std::vector<std::size_t>& order);
-    void expectAll();
+    void useCheckpoint(std::size_t index, const Fingerprint& fingerprint, std::string_view digest);
+    void copyKnown(std::size_t from, std::size_t to);
     void stopIfUnreadable() const;
 
     const ListOptions& options_;
@@ -254,33 +253,43 @@ void Listing::resume() {
     now_ = clock_->now();
     if (!options_.resume)
         return;
+    fingerprints_.resize(files_.size());
     std::vector<std::size_t> order(files_.size());
     std::iota(order.begin(), order.end(), std::size_t{0});
     const WalkOrder isBefore;
     std::sort(order.begin(), order.end(), [&](std::size_t left, std::size_t right) {
         return isBefore(files_[left].name, files_[right].name);
     });
-    fingerprints_.resize(files_.size());
     checkpoint_->resume(
         [&](std::string_view name, const Fingerprint& fingerprint, std::string_view digest) {
-            useCheckpoint(name, fingerprint, digest, order);
+            const auto file = std::lower_bound(order.begin(), order.end(), name,
+                                               [&](std::size_t index, std::string_view key) {
+                                                   return isBefore(files_[index].name, key);
+                                               });
+            if (file != order.end() && files_[*file].name == name)
+                useCheckpoint(*file, fingerprint, digest);
         });
+    for (std::size_t i = 1; i < order.size(); ++i) {
+        if (std::string_view(files_[order[i]].name) == files_[order[i - 1]].name)
+            copyKnown(order[i - 1], order[i]);
+    }
 }
 
-void Listing::useCheckpoint(std::string_view name, const Fingerprint& fingerprint,
-                            std::string_view digest, const std::vector<std::size_t>& order) {
+void Listing::useCheckpoint(std::size_t index, const Fingerprint& fingerprint,
+                            std::string_view digest) {
     const std::optional<Digest> known = Digest::parse(*options_.algorithm, digest);
     if (!known)
         return;
-    const WalkOrder isBefore;
-    auto place = std::lower_bound(
-        order.begin(), order.end(), name,
-        [&](std::size_t file, std::string_view key) { return isBefore(files_[file].name, key); });
-    for (; place != order.end() && files_[*place].name == name; ++place) {
-        files_[*place].isKnown = true;
-        files_[*place].digest = *known;
-        fingerprints_[*place] = fingerprint;
-    }
+    files_[index].isKnown = true;
+    files_[index].digest = *known;
+    fingerprints_[index] = fingerprint;
+}
+
+// For a file that is listed several times.
+void Listing::copyKnown(std::size_t from, std::size_t to) {
+    files_[to].isKnown = files_[from].isKnown;
+    files_[to].digest = files_[from].digest;
+    fingerprints_[to] = fingerprints_[from];
 }
 
 HashDecision Listing::decide(std::size_t index, const struct stat& status) const {
@@ -329,21 +338,7 @@ void Listing::idle(std::uint64_t bytes) {
     checkpoint_->saveIfDue(bytes);
 }
 
-void Listing::expectAll() {
-    if (!console_.progress().shown())
-        return;
-    Amount total{files_.size(), 0};
-    for (const File& file : files_) {
-        stopIfInterrupted();
-        struct stat status {};
-        if (::stat(file.name, &status) == 0)
-            total.bytes += static_cast<std::uint64_t>(status.st_size);
-    }
-    console_.progress().expect(total);
-}
-
 void Listing::hash() {
-    expectAll();
     ParallelHasher hasher(options_.jobs, console_.progress());
     if (hasher.run(*this) == ParallelHasher::End::kInterrupted)
         throw Interrupted();

@@ -139,7 +139,6 @@ private:
 
     void requireListable() const;
     void requireEntries() const;
-    void expectAll();
     Outcome outcomeOf(std::size_t index, const HashedFile& file);
     Outcome outcomeOfError(std::size_t index, const HashError& error);
     void addUnreadable(std::string_view name, const std::string& why);
@@ -219,21 +218,6 @@ const Algorithm* Update::algorithm(std::size_t index) const {
     return listed != nullptr ? listed : options_.algorithm;
 }
 
-void Update::expectAll() {
-    if (!console_.progress().shown())
-        return;
-    Amount total;
-    for (std::size_t i = 0; i < count(); ++i) {
-        stopIfInterrupted();
-        struct stat status {};
-        if (!isFile(i) || ::stat(path(i), &status) != 0)
-            continue;
-        ++total.files;
-        total.bytes += static_cast<std::uint64_t>(status.st_size);
-    }
-    console_.progress().expect(total);
-}
-
 void Update::addUnreadable(std::string_view name, const std::string& why) {
     console_.error(std::string(name) + ": " + why);
     ++unreadable_;
@@ -270,7 +254,6 @@ bool Update::finish(std::size_t index, HashedFile& file) {
 }
 
 void Update::hash() {
-    expectAll();
     ParallelHasher hasher(options_.jobs, console_.progress());
     if (hasher.run(*this) == ParallelHasher::End::kInterrupted)
         throw Interrupted();

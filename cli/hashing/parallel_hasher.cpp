@@ -128,11 +128,29 @@ unsigned usableProcessors() {
 ParallelHasher::ParallelHasher(unsigned jobs, Progress& progress)
     : jobs_(jobs), progress_(progress) {}
 
+// The total is only found out when somebody sees it.
+void ParallelHasher::expectAll(const HashTask& task) {
+    if (!progress_.shown())
+        return;
+    Amount total;
+    for (std::size_t i = 0; i < task.count(); ++i) {
+        stopIfInterrupted();
+        struct stat status {};
+        if (!task.isFile(i))
+            continue;
+        ++total.files;
+        if (::stat(task.path(i), &status) == 0 && S_ISREG(status.st_mode))
+            total.addBytes(static_cast<std::uint64_t>(status.st_size));
+    }
+    progress_.expect(total);
+}
+
 ParallelHasher::End ParallelHasher::run(HashTask& task) {
     const auto jobs = static_cast<unsigned>(std::min<std::size_t>(jobs_, task.count()));
     // One descriptor is left for what the task itself may open.
     const unsigned threads = jobs < 2 ? jobs : freeDescriptors(jobs + 1) - 1;
     try {
+        expectAll(task);
         return threads < 2 ? runAlone(task) : runThreads(task, threads);
     } catch (const Interrupted&) {
         return End::kInterrupted;

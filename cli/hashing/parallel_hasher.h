@@ -79,6 +79,7 @@ public:
     End run(HashTask& task);
 
 private:
+    void expectAll(const HashTask& task);
     End runAlone(HashTask& task);
     End runThreads(HashTask& task, std::size_t threads);
     void onBlock(std::size_t bytes);

@@ -12,6 +12,7 @@ namespace cli {
 namespace {
 
 constexpr std::chrono::milliseconds kBetweenUpdates(100);
+constexpr double kLongestTime = 1e9; // seconds: 30 years
 
 // "1.5 GiB"
 std::string sizeText(double bytes) {
@@ -53,7 +54,7 @@ std::string progressText(const Amount& done, const Amount& total,
                        ofTotal(std::to_string(total.files), total.files > 0) + " files, " +
                        sizeText(bytes) + ofTotal(sizeText(allBytes), total.bytes > 0) + ", " +
                        sizeText(rate) + "/s";
-    if (rate > 0 && allBytes > bytes)
+    if (rate > 0 && allBytes > bytes && (allBytes - bytes) / rate < kLongestTime)
         text += ", " + timeText((allBytes - bytes) / rate) + " left";
     return text;
 }

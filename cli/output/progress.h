@@ -3,6 +3,7 @@
 #ifndef PELORIK_CLI_OUTPUT_PROGRESS_H
 #define PELORIK_CLI_OUTPUT_PROGRESS_H
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -14,6 +15,9 @@ namespace cli {
 struct Amount {
     std::uint64_t files = 0;
     std::uint64_t bytes = 0;
+
+    // Stops at the largest number: several files may claim to be as large as files can be.
+    void addBytes(std::uint64_t count) { bytes += std::min(count, UINT64_MAX - bytes); }
 };
 
 // What the line says about `done` of `total` after `elapsed`. A total of 0 is one that is not

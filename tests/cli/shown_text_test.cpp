@@ -41,6 +41,24 @@ TEST(ProgressText, KnowsNoSpeedBeforeAnyTimeHasPassed) {
               "1 of 1 files, 1023 B of 1.0 KiB, 0 B/s");
 }
 
+TEST(ProgressText, LeavesOutATimeThatNobodyWaitsFor) {
+    EXPECT_EQ(progressText({0, 1}, {1, UINT64_MAX}, seconds(100)),
+              "0 of 1 files, 1 B of 16384.0 PiB, 0 B/s");
+    EXPECT_EQ(progressText({0, 1}, {1, 1000000001}, seconds(1)),
+              "0 of 1 files, 1 B of 953.7 MiB, 1 B/s");
+    EXPECT_EQ(progressText({0, 1}, {1, 1000000000}, seconds(1)),
+              "0 of 1 files, 1 B of 953.7 MiB, 1 B/s, 277777:46:39 left");
+}
+
+TEST(Amount, StopsAtTheLargestNumberOfBytes) {
+    Amount amount;
+    for (int i = 0; i < 3; ++i)
+        amount.addBytes(INT64_MAX);
+    EXPECT_EQ(amount.bytes, UINT64_MAX);
+    amount.addBytes(1);
+    EXPECT_EQ(amount.bytes, UINT64_MAX);
+}
+
 TEST(ProgressText, HasNoUnitBeyondPebibytes) {
     EXPECT_EQ(progressText({1, UINT64_MAX}, {0, 0}, seconds(0)), "1 files, 16384.0 PiB, 0 B/s");
 }
@@ -61,6 +79,7 @@ TEST(Printable, KeepsTextOfEveryLengthOfUtf8) {
 TEST(Printable, EscapesWhatATerminalObeys) {
     EXPECT_EQ(printable("a\nb\tc\x1b[0m\x7f"), "a\\nb\\tc\\x1b[0m\\x7f");
     EXPECT_EQ(printable("\u0080\u009f"), "\\xc2\\x80\\xc2\\x9f");
+    EXPECT_EQ(printable("\u061c"), "\\xd8\\x9c");
     EXPECT_EQ(printable("\u200e\u200f"), "\\xe2\\x80\\x8e\\xe2\\x80\\x8f");
     EXPECT_EQ(printable("\u2028\u202e"), "\\xe2\\x80\\xa8\\xe2\\x80\\xae");
     EXPECT_EQ(printable("\u2066\u2069"), "\\xe2\\x81\\xa6\\xe2\\x81\\xa9");
@@ -76,6 +95,12 @@ TEST(Printable, EscapesWhatIsNotUtf8) {
     EXPECT_EQ(printable("\xed\xa0\x80"), "\\xed\\xa0\\x80");          // half a pair of UTF-16
     EXPECT_EQ(printable("\xed\xbf\xbf"), "\\xed\\xbf\\xbf");          // the other half
     EXPECT_EQ(printable("\xf4\x90\x80\x80"), "\\xf4\\x90\\x80\\x80"); // beyond Unicode
+}
+
+TEST(WithoutControls, EscapesControlCharactersAndKeepsOtherBytes) {
+    EXPECT_EQ(withoutControls("a\nb\rc\x1b[0m\x7f"), "a\\nb\\x0dc\\x1b[0m\\x7f");
+    EXPECT_EQ(withoutControls("\u0085\u061c\u2028"), "\\xc2\\x85\\xd8\\x9c\\xe2\\x80\\xa8");
+    EXPECT_EQ(withoutControls("\xff\xc3g\u00e9"), "\xff\xc3g\u00e9");
 }
 
 TEST(PrintableJson, EscapesAsJsonDoes) {

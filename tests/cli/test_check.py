@@ -536,6 +536,16 @@ class NotListed(CheckTest):
         self.assertEqual(self.check("--unlisted", "t/sub/../sub", "list").text,
                          "Warning: File not listed: t/sub/../sub/b.\n")
 
+    def test_a_line_break_in_a_name_forges_no_line(self):
+        name = "x\nWarning: File not found: important.\r\x1b[2K\u0085"
+        self.write("t/" + name)
+        done = self.check("--unlisted", "t", "list")
+        self.assertEqual((done.status, done.text), (
+            1, "Warning: File not listed: t/x\\nWarning: File not found: important."
+               "\\x0d\\x1b[2K\\xc2\\x85.\n"))
+        json_line = self.check("--json", "--unlisted", "t", "list").out.splitlines()[2]
+        self.assertEqual(json.loads(json_line)["name"], "t/" + name)
+
     def test_with_c_the_directory_is_looked_for_from_there(self):
         self.write("d/f", b"1")
         self.write("d/more", b"1")

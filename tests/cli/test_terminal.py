@@ -12,8 +12,8 @@ import unittest
 from tool import (MD5, TOOL, SlowWriter, Terminal, ToolTest, await_open, await_running, drop_root,
                   environment, md5, screen, tool_for_anybody)
 
-NASTY = b"a\x1b[31m\x07\x7f\xc2\x9b\xe2\x80\xae\xff\xc3\xa9\t"
-SHOWN = b"a\\x1b[31m\\x07\\x7f\\xc2\\x9b\\xe2\\x80\\xae\\xff\xc3\xa9\\t"
+NASTY = b"a\x1b[31m\x07\x7f\xc2\x9b\xd8\x9c\xe2\x80\xae\xff\xc3\xa9\t"
+SHOWN = b"a\\x1b[31m\\x07\\x7f\\xc2\\x9b\\xd8\\x9c\\xe2\\x80\\xae\\xff\xc3\xa9\\t"
 HUGE = 1 << 42  # bytes of a file without content: enough to be at it until the test ends it
 
 
