@@ -132,22 +132,25 @@ public:
     void giveUp();
 
 private:
+    // Kept apart from the names, as it needs no alignment.
     struct File {
-        const char* name;
-        bool isListed = false;
-        bool isKnown = false; // `digest` is that of a checkpoint
-        Digest digest{};
+        enum State : unsigned char { kFound, kKnown, kListed };
+
+        State state = kFound;
+        Digest digest; // known from a checkpoint, or to be listed
     };
 
     std::size_t count() const override { return files_.size(); }
-    const char* path(std::size_t index) const override { return files_[index].name; }
+    const char* path(std::size_t index) const override { return names_[index]; }
     const Algorithm* algorithm(std::size_t) const override { return options_.algorithm; }
     bool opensOnly() const override { return isInVain_; }
     HashDecision decide(std::size_t index, const struct stat& status) const override;
     bool finish(std::size_t index, HashedFile& file) override;
     void idle(std::uint64_t bytes) override;
 
-    void add(File& listed, const HashedFile& file);
+    template<class Take>
+    void visitLines(Take take) const;
+    void add(std::size_t index, const HashedFile& file);
     void addLeftOut();
     bool isLeftOut(const std::string& name, const struct stat& status) const;
     bool isError(const HashedFile& file) const;
@@ -159,10 +162,10 @@ private:
     Console& console_;
     std::optional<AtomicOutput> output_;
     std::optional<Checkpoint> checkpoint_;
-    std::optional<FileSystemClock> clock_;
-    std::atomic<double> now_{0}; // by the clock, and hardly ever late
+    std::atomic<double> now_{0}; // by the checkpoint's clock, and hardly ever late
     std::vector<FileIdentity> leftOut_;
-    TextArena names_;
+    TextArena texts_;
+    std::deque<const char*> names_;
     std::deque<File> files_;
     std::deque<Fingerprint> fingerprints_; // of the checkpoint, for each file; or empty
     std::size_t hashed_ = 0;
@@ -212,7 +215,7 @@ void Listing::find() {
         .recursive = options_.recursive,
         .excludes = options_.excludes,
         .leftOut = leftOut_,
-        .onEntry = [this](const std::string& name) { files_.push_back({names_.add(name)}); },
+        .onEntry = [this](const std::string& name) { names_.push_back(texts_.add(name)); },
         .onUnreadable =
             [this](const std::string& name, const std::string& why) {
                 console_.error(name + ": " + why);
@@ -228,17 +231,18 @@ void Listing::find() {
     if (walk.refusedDirectories() > 0)
         throw Error("nothing was written: directories need -r");
     stopIfUnreadable();
-    if (files_.empty())
+    if (names_.empty())
         throw Error("nothing to list");
+    files_.resize(names_.size());
 }
 
 void Listing::requireListable() const {
     bool isListable = true;
-    for (const File& file : files_) {
-        const std::string error = validationError(file.name, options_.algorithm->textLength());
+    for (const char* const name : names_) {
+        const std::string error = validationError(name, options_.algorithm->textLength());
         if (error.empty())
             continue;
-        console_.error(std::string(file.name) + ": " + error + " cannot stand in a hash list");
+        console_.error(std::string(name) + ": " + error + " cannot stand in a hash list");
         isListable = false;
     }
     if (!isListable)
@@ -249,8 +253,7 @@ void Listing::requireListable() const {
 void Listing::resume() {
     if (!checkpoint_)
         return;
-    clock_.emplace(checkpoint_->path());
-    now_ = clock_->now();
+    now_ = checkpoint_->now();
     if (!options_.resume)
         return;
     fingerprints_.resize(files_.size());
@@ -258,19 +261,19 @@ void Listing::resume() {
     std::iota(order.begin(), order.end(), std::size_t{0});
     const WalkOrder isBefore;
     std::sort(order.begin(), order.end(), [&](std::size_t left, std::size_t right) {
-        return isBefore(files_[left].name, files_[right].name);
+        return isBefore(names_[left], names_[right]);
     });
     checkpoint_->resume(
         [&](std::string_view name, const Fingerprint& fingerprint, std::string_view digest) {
             const auto file = std::lower_bound(order.begin(), order.end(), name,
                                                [&](std::size_t index, std::string_view key) {
-                                                   return isBefore(files_[index].name, key);
+                                                   return isBefore(names_[index], key);
                                                });
-            if (file != order.end() && files_[*file].name == name)
+            if (file != order.end() && names_[*file] == name)
                 useCheckpoint(*file, fingerprint, digest);
         });
     for (std::size_t i = 1; i < order.size(); ++i) {
-        if (std::string_view(files_[order[i]].name) == files_[order[i - 1]].name)
+        if (std::string_view(names_[order[i]]) == names_[order[i - 1]])
             copyKnown(order[i - 1], order[i]);
     }
 }
@@ -280,23 +283,21 @@ void Listing::useCheckpoint(std::size_t index, const Fingerprint& fingerprint,
     const std::optional<Digest> known = Digest::parse(*options_.algorithm, digest);
     if (!known)
         return;
-    files_[index].isKnown = true;
-    files_[index].digest = *known;
+    files_[index] = {File::kKnown, *known};
     fingerprints_[index] = fingerprint;
 }
 
 // For a file that is listed several times.
 void Listing::copyKnown(std::size_t from, std::size_t to) {
-    files_[to].isKnown = files_[from].isKnown;
-    files_[to].digest = files_[from].digest;
+    files_[to] = files_[from];
     fingerprints_[to] = fingerprints_[from];
 }
 
 HashDecision Listing::decide(std::size_t index, const struct stat& status) const {
     const File& file = files_[index];
-    if (isLeftOut(file.name, status)) // some directories have other inode numbers than files
+    if (isLeftOut(names_[index], status)) // some directories have other inode numbers than files
         return {HashDecision::kLeaveOut, {}, false};
-    if (file.isKnown && fingerprints_[index] == Fingerprint(status))
+    if (file.state == File::kKnown && fingerprints_[index] == Fingerprint(status))
         return {HashDecision::kUseKnown, file.digest, false};
     return {HashDecision::kRead, {}, isSettled(status, now_)};
 }
@@ -310,31 +311,29 @@ bool Listing::isError(const HashedFile& file) const {
 bool Listing::finish(std::size_t index, HashedFile& file) {
     if (file.action == HashDecision::kLeaveOut)
         return true;
-    File& listed = files_[index];
     if (isError(file)) {
-        console_.error(std::string(listed.name) + ": " + file.error->reason);
+        console_.error(std::string(names_[index]) + ": " + file.error->reason);
         ++unreadable_;
         isInVain_ = !options_.keepGoing;
     } else if (file.digest) {
-        add(listed, file);
+        add(index, file);
     }
     return true;
 }
 
-void Listing::add(File& listed, const HashedFile& file) {
-    listed.isListed = true;
-    listed.digest = *file.digest;
+void Listing::add(std::size_t index, const HashedFile& file) {
+    files_[index] = {File::kListed, *file.digest};
     ++hashed_;
     if (file.action == HashDecision::kUseKnown)
         ++resumed_;
     else if (checkpoint_ && file.isSettled)
-        checkpoint_->add(listed.name, file.status, *file.digest);
+        checkpoint_->add(names_[index], file.status, *file.digest);
 }
 
 void Listing::idle(std::uint64_t bytes) {
     if (!checkpoint_)
         return;
-    now_ = clock_->now();
+    now_ = checkpoint_->now();
     checkpoint_->saveIfDue(bytes);
 }
 
@@ -350,23 +349,27 @@ void Listing::hash() {
         throw Error(unreadable_ > 0 ? "nothing to list: no file could be read" : "nothing to list");
 }
 
+// Calls `take` with each line, without its line feed.
+template<class Take>
+void Listing::visitLines(Take take) const {
+    for (std::size_t i = 0; i < files_.size(); ++i) {
+        if (files_[i].state == File::kListed)
+            take(names_[i] + ("=" + files_[i].digest.text()));
+    }
+}
+
 void Listing::write() {
     console_.progress().erase();
-    std::string text;
-    for (const File& file : files_) {
-        if (!file.isListed)
-            continue;
-        const std::string line = file.name + ("=" + file.digest.text());
-        if (output_)
-            text += line + "\n";
-        else
-            console_.print(line);
+    if (!output_) {
+        visitLines([this](const std::string& line) { console_.print(line); });
+        return;
     }
     std::optional<SignalsBlocked> blocked;
     if (checkpoint_)
         blocked.emplace(); // until it is removed
-    if (output_)
-        output_->commit(text);
+    output_->commit([this](const AtomicOutput::Add& add) {
+        visitLines([&](const std::string& line) { add(line + "\n"); });
+    });
     if (checkpoint_)
         checkpoint_->remove();
 }

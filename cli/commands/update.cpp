@@ -143,7 +143,7 @@ private:
     Outcome outcomeOfError(std::size_t index, const HashError& error);
     void addUnreadable(std::string_view name, const std::string& why);
     void report(std::size_t index, const Outcome& outcome);
-    std::string newText() const;
+    void addLines(const AtomicOutput::Add& add) const;
     void printJsonSummary() const;
 
     const UpdateOptions& options_;
@@ -308,25 +308,25 @@ void Update::printJsonSummary() const {
     console_.print(jsonLine(object));
 }
 
-std::string Update::newText() const {
-    std::string text;
+void Update::addLines(const AtomicOutput::Add& add) const {
     for (std::size_t i = 0; i < count(); ++i) {
         const Outcome& outcome = outcomes_[i];
         if (outcome.change == Change::kRemoved || isLeftOut(i))
             continue;
-        text += name(i);
+        add(name(i));
+        if (isFile(i))
+            add("=");
         if (outcome.change == Change::kChanged || outcome.change == Change::kAdded)
-            text += "=" + outcome.digest.text();
+            add(outcome.digest.text());
         else if (isFile(i))
-            (text += "=") += list_.digest(i);
-        text += "\n";
+            add(list_.digest(i));
+        add("\n");
     }
-    return text;
 }
 
 void Update::write() {
     if (isToBeWritten())
-        output_.commit(newText());
+        output_.commit([this](const AtomicOutput::Add& add) { addLines(add); });
 }
 
 void Update::summarise() const {

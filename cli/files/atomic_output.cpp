@@ -30,6 +30,21 @@ bool isNothingToSynchronize(int error) {
     return error == EINVAL || error == EROFS || error == ENOTSUP;
 }
 
+// Writes everything that `produce` adds, in large blocks. Returns 0 or the error number.
+int writeProduced(int descriptor, const AtomicOutput::Produce& produce) {
+    constexpr std::size_t kBlock = 65536;
+    std::string block;
+    int error = 0;
+    produce([&](std::string_view piece) {
+        block += piece;
+        if (block.size() < kBlock || error != 0)
+            return;
+        error = writeAll(descriptor, block);
+        block.clear();
+    });
+    return error != 0 ? error : writeAll(descriptor, block);
+}
+
 std::string temporaryName() {
     constexpr std::string_view kDigits = "0123456789abcdefghijklmnopqrstuvwxyz";
     std::random_device random;
@@ -93,14 +108,18 @@ void AtomicOutput::failAsChanged() const {
 }
 
 void AtomicOutput::commit(std::string_view content, const Inspect& inspect) {
+    commit([&](const Add& add) { add(content); }, inspect);
+}
+
+void AtomicOutput::commit(const Produce& produce, const Inspect& inspect) {
     if (isInPlace_) {
-        writeInPlace(content);
+        writeInPlace(produce);
         return;
     }
     const SignalsBlocked blocked;
     try {
         createTemporary();
-        writeTemporary(content, inspect);
+        writeTemporary(produce, inspect);
         requireUnchanged();
         replace();
     } catch (...) {
@@ -131,8 +150,8 @@ void AtomicOutput::removeTemporary() {
         ::unlinkat(entry_.directory(), temporaryName_.c_str(), 0);
 }
 
-void AtomicOutput::writeTemporary(std::string_view content, const Inspect& inspect) {
-    if (const int error = writeAll(temporary_.get(), content); error != 0)
+void AtomicOutput::writeTemporary(const Produce& produce, const Inspect& inspect) {
+    if (const int error = writeProduced(temporary_.get(), produce); error != 0)
         fail(error);
     if (file_)
         copyAttributes(file_.get(), temporary_.get(), path_);
@@ -199,14 +218,14 @@ void AtomicOutput::synchronizeDirectory() const {
 }
 
 // Waits for the reader of a FIFO.
-void AtomicOutput::writeInPlace(std::string_view content) {
+void AtomicOutput::writeInPlace(const Produce& produce) {
     Descriptor file = entry_.open(O_WRONLY);
     struct stat opened {};
     if (!file || ::fstat(file.get(), &opened) != 0)
         fail(errno);
     if (!areSame(opened, status_))
         failAsChanged();
-    int error = writeAll(file.get(), content);
+    int error = writeProduced(file.get(), produce);
     if (error == EINTR)
         throw Interrupted();
     if (error == 0 && ::fsync(file.get()) != 0 && !isNothingToSynchronize(errno))

@@ -57,19 +57,25 @@ public:
     using Inspect = std::function<void(FileSource written)>;
     void commit(std::string_view content, const Inspect& inspect);
 
+    // The same for content that need not be in memory as a whole: `produce` passes it to `add` in
+    // pieces of any size.
+    using Add = std::function<void(std::string_view piece)>;
+    using Produce = std::function<void(const Add& add)>;
+    void commit(const Produce& produce, const Inspect& inspect = nullptr);
+
 private:
     void openExisting(mode_t type);
     void openRegular();
     void openSpecial();
     void createTemporary();
     void removeTemporary();
-    void writeTemporary(std::string_view content, const Inspect& inspect);
+    void writeTemporary(const Produce& produce, const Inspect& inspect);
     void requireUnchanged() const;
     bool isExpected(const struct stat& status) const;
     void replace();
     void removeDisplaced();
     void synchronizeDirectory() const;
-    void writeInPlace(std::string_view content);
+    void writeInPlace(const Produce& produce);
     [[noreturn]] void fail(int errorNumber) const;
     [[noreturn]] void failAsChanged() const;
 

@@ -31,16 +31,15 @@ double seconds(const timespec& time) {
 } // namespace
 
 Fingerprint::Fingerprint(const struct stat& status)
-    : device_(status.st_dev), inode_(status.st_ino),
-      size_(status.st_size), modified_{status.st_mtim.tv_sec, status.st_mtim.tv_nsec},
-      changed_{status.st_ctim.tv_sec, status.st_ctim.tv_nsec} {}
+    : device_(status.st_dev), inode_(status.st_ino), size_(status.st_size),
+      modified_(status.st_mtim.tv_sec), changed_(status.st_ctim.tv_sec),
+      modifiedFraction_(static_cast<std::int32_t>(status.st_mtim.tv_nsec)),
+      changedFraction_(static_cast<std::int32_t>(status.st_ctim.tv_nsec)) {}
 
 std::string Fingerprint::text() const {
-    const auto timeText = [](const Time& time) {
-        return std::to_string(time.seconds) + "." + std::to_string(time.nanoseconds);
-    };
     return std::to_string(device_) + ":" + std::to_string(inode_) + ":" + std::to_string(size_) +
-           ":" + timeText(modified_) + ":" + timeText(changed_);
+           ":" + std::to_string(modified_) + "." + std::to_string(modifiedFraction_) + ":" +
+           std::to_string(changed_) + "." + std::to_string(changedFraction_);
 }
 
 std::optional<Fingerprint> Fingerprint::parse(std::string_view text) {
@@ -58,34 +57,11 @@ std::optional<Fingerprint> Fingerprint::parse(std::string_view text) {
     readNumber(read.device_, ':');
     readNumber(read.inode_, ':');
     readNumber(read.size_, ':');
-    readNumber(read.modified_.seconds, '.');
-    readNumber(read.modified_.nanoseconds, ':');
-    readNumber(read.changed_.seconds, '.');
-    readNumber(read.changed_.nanoseconds, '\0');
+    readNumber(read.modified_, '.');
+    readNumber(read.modifiedFraction_, ':');
+    readNumber(read.changed_, '.');
+    readNumber(read.changedFraction_, '\0');
     return isGood ? std::optional(read) : std::nullopt;
-}
-
-FileSystemClock::FileSystemClock(const std::string& path) {
-    const std::string directory = path.substr(0, path.rfind('/') + 1); // npos + 1 is 0
-    probe_ = Descriptor(::open(directory.empty() ? "." : directory.c_str(),
-                               O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
-    if (probe_)
-        return;
-    const SignalsBlocked blocked;
-    std::string name = directory + ".pelorik-XXXXXX"; // not every file system has nameless files
-    probe_ = Descriptor(::mkostemp(name.data(), O_CLOEXEC));
-    if (probe_)
-        ::unlink(name.c_str());
-}
-
-double FileSystemClock::now() const {
-    const std::array<timespec, 2> now = {{{0, UTIME_NOW}, {0, UTIME_NOW}}};
-    struct stat status {};
-    if (probe_ && ::futimens(probe_.get(), now.data()) == 0 && ::fstat(probe_.get(), &status) == 0)
-        return seconds(status.st_mtim);
-    timespec here{};
-    ::clock_gettime(CLOCK_REALTIME_COARSE, &here); // what local file systems use
-    return seconds(here);
 }
 
 bool isSettled(const struct stat& status, double now) {
@@ -133,6 +109,16 @@ LineReader Checkpoint::reader(std::size_t longest) const {
     if (::lseek(file_.get(), 0, SEEK_SET) != 0)
         throw Error(path(), errno);
     return {FileSource::copyOf(file_.get()), path(), '\n', longest};
+}
+
+double Checkpoint::now() const {
+    const std::array<timespec, 2> now = {{{0, UTIME_NOW}, {0, UTIME_NOW}}};
+    struct stat status {};
+    if (::futimens(file_.get(), now.data()) == 0 && ::fstat(file_.get(), &status) == 0)
+        return seconds(status.st_mtim);
+    timespec here{};
+    ::clock_gettime(CLOCK_REALTIME_COARSE, &here); // what local file systems use
+    return seconds(here);
 }
 
 void Checkpoint::resume(const Visit& visit) {

@@ -32,30 +32,13 @@ public:
     bool operator==(const Fingerprint& other) const = default;
 
 private:
-    struct Time {
-        std::int64_t seconds = 0;
-        std::int64_t nanoseconds = 0;
-        bool operator==(const Time& other) const = default;
-    };
-
     std::uint64_t device_ = 0;
     std::uint64_t inode_ = 0;
     std::int64_t size_ = 0;
-    Time modified_;
-    Time changed_;
-};
-
-// The clock that a file system takes the times of its files from: not always this machine's.
-class FileSystemClock {
-public:
-    // The clock of the file system that the file `path` is on, or will be.
-    explicit FileSystemClock(const std::string& path);
-
-    // Returns the seconds since the epoch.
-    double now() const;
-
-private:
-    Descriptor probe_; // a file without a name
+    std::int64_t modified_ = 0; // seconds
+    std::int64_t changed_ = 0;
+    std::int32_t modifiedFraction_ = 0; // nanoseconds
+    std::int32_t changedFraction_ = 0;
 };
 
 // Returns whether a file was neither modified nor changed within two seconds before `now`, so that
@@ -76,6 +59,10 @@ public:
     ~Checkpoint();
 
     const std::string& path() const { return entry_.path(); }
+
+    // Returns the time in seconds since the epoch, by the clock from which the checkpoint's file
+    // system takes the times of files. That is not always this machine's clock.
+    double now() const;
 
     // Calls `visit` with the records of the checkpoint that is there, if one is. Throws `Error`
     // when it cannot be read.

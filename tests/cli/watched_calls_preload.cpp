@@ -132,6 +132,18 @@ PELORIK_INTERPOSED int open(const char* path, int flags, ...) {
     return next<int(const char*, int, ...)>("open")(path, flags, mode);
 }
 
+PELORIK_INTERPOSED int openat(int directory, const char* path, int flags, ...) {
+    va_list rest;
+    va_start(rest, flags);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(rest, mode_t) : 0;
+    va_end(rest);
+    if (isWatched(path)) {
+        stopAt("open");
+        ++counts.opens;
+    }
+    return next<int(int, const char*, int, ...)>("openat")(directory, path, flags, mode);
+}
+
 PELORIK_INTERPOSED std::FILE* fopen(const char* path, const char* mode) {
     if (isWatched(path)) {
         stopAt("open");
