@@ -100,7 +100,10 @@ public:
         if (!isNextDone())
             resultsReady_.wait_for(lock, timeout, [this] { return isWorthWaking(); });
         while (ready.size() < kClaim && isNextDone()) {
-            ready.push_back(std::exchange(slots_[taken_ % slots_.size()], Slot()));
+            Slot& slot = slots_[taken_ % slots_.size()];
+            ready.push_back(std::move(slot));
+            slot.result.reset();
+            slot.error = nullptr;
             ++taken_;
         }
         if (!ready.empty())
@@ -168,7 +171,7 @@ private:
     void publish(Claim& claim) {
         done_ += claim.present_ - claim.published_;
         for (std::size_t i = 0; claim.published_ < claim.present_; ++i)
-            slots_[claim.published_++ % slots_.size()] = std::exchange(claim.done_[i], Slot());
+            slots_[claim.published_++ % slots_.size()] = std::move(claim.done_[i]);
         if (isWorthWaking())
             resultsReady_.notify_one();
         if (done_ == count_)

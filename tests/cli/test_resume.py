@@ -38,7 +38,7 @@ class ResumeTest(ToolTest):
 
     def interrupt(self, *words, by=signal.SIGINT):
         """Stops a list of `words` and the huge file while it is at the latter."""
-        child = self.start(*words, "huge")
+        child = self.start("-j1", *words, "huge")  # the files before the huge one are done then
         await_open(child.pid, "huge")
         child.send_signal(by)
         out, err = child.communicate()

@@ -375,7 +375,7 @@ class Interrupt(ToolTest):
         os.close(writer)
 
     def test_list_to_standard_output_writes_nothing(self):
-        status, out, err = self.interrupted("list", "small", "huge")
+        status, out, err = self.interrupted("list", "-j1", "small", "huge")
         self.assertEqual((status, out), (130, b""))
         self.assertEqual(err, "pelorik: list: interrupted: 1 of 2 files hashed, nothing was written\n")
         self.assertEqual(sorted(os.listdir()), ["huge", "small"])
