@@ -771,8 +771,8 @@ FailingCalls::~FailingCalls() {
     stopCounting();
 }
 
-ShortCounts::ShortCounts(std::size_t count) {
-    limitCounts(count);
+ShortCounts::ShortCounts(std::size_t limit) {
+    limitCounts(limit);
 }
 
 ShortCounts::~ShortCounts() {
@@ -812,8 +812,8 @@ void failCall(CallKind kind, long number, unsigned way) {
     startCounting(kind, number, way, false);
 }
 
-void limitCounts(std::size_t count) {
-    most = count;
+void limitCounts(std::size_t limit) {
+    most = limit;
     ++injections;
 }
 
