@@ -51,6 +51,9 @@ void begin() {
     if (const char* const order = std::getenv("PELORIK_FAULTS")) {
         const std::string kept = order;
         unsetenv("PELORIK_FAULTS");
+        // A program without the sanitizer would free by its malloc what it allocated by the C
+        // library's.
+        unsetenv("LD_PRELOAD");
         inject(kept.c_str());
     }
 }
