@@ -149,7 +149,7 @@ void DirectoryWalk::visitEntry(const std::string& name, const Entry& entry,
 void DirectoryWalk::visitAny(const std::string& name, const Entry& entry, unsigned char type) {
     struct stat status {};
     const bool needsLook = type == DT_LNK || mayBeLeftOut(entry.inode);
-    if (!needsLook || ::stat(name.c_str(), &status) != 0 || !isLeftOut(name, status))
+    if (!needsLook || ::lstat(name.c_str(), &status) != 0 || !isLeftOut(name, status))
         options_.onEntry(name);
 }
 

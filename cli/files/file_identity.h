@@ -19,14 +19,20 @@ public:
     bool hasInode(ino_t number) const { return exists_ && status_.st_ino == number; }
 
     // Returns whether `name`, whose status is given, leads to the same place. Other hard links of a
-    // file that was given by its path do not.
+    // file that was given by its path do not, nor do links to it: the status of a link is that of
+    // the path only when the path is this link.
     bool isAt(const std::string& name, const struct stat& status) const;
 
 private:
     struct stat status_ {};
+    struct stat link_ {}; // of the path without following it
     bool exists_;
     std::optional<std::string> place_; // only of a path
 };
+
+// Returns whether two looks at a file agree: in device, inode, kind, size, and the times of
+// modification and change.
+bool isUnchanged(const struct stat& before, const struct stat& after);
 
 // Returns `path` without symbolic links; empty when it leads nowhere.
 std::string resolved(const std::string& path);

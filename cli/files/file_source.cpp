@@ -1,5 +1,6 @@
 #include "cli/files/file_source.h"
 
+#include "cli/files/file_identity.h"
 #include "cli/process/signals.h"
 
 #include <cerrno>
@@ -38,6 +39,15 @@ FileSource FileSource::copyOf(int descriptor) {
     if (!copy)
         throw std::system_error(errno, std::generic_category());
     return FileSource(std::move(copy));
+}
+
+bool FileSource::isComplete() const {
+    if (!isRegular())
+        return true;
+    struct stat now {};
+    if (::fstat(descriptor_.get(), &now) != 0)
+        throw std::system_error(errno, std::generic_category());
+    return isUnchanged(status_, now) && ::lseek(descriptor_.get(), 0, SEEK_CUR) >= now.st_size;
 }
 
 std::size_t FileSource::read(unsigned char* data, std::size_t size) {

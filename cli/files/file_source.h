@@ -26,6 +26,10 @@ public:
     // Fills `data` as far as the source has bytes, and returns how many came.
     std::size_t read(unsigned char* data, std::size_t size);
 
+    // Returns whether a regular file was read to its end and has not changed since it was opened;
+    // true for anything else.
+    bool isComplete() const;
+
     int descriptor() const { return descriptor_.get(); }
 
     // Both are as they were when the source was opened.

@@ -94,10 +94,12 @@ bool LineReader::refill() {
         at_ = 0;
         try {
             filled_ = source_.read(block_.data(), block_.size());
+            ended_ = filled_ < block_.size();
+            if (ended_ && !source_.isComplete())
+                throw Error(name_ + ": changed while it was read");
         } catch (const std::system_error& error) {
             throw Error(place(), error.code().value());
         }
-        ended_ = filled_ < block_.size();
     }
     return at_ < filled_;
 }

@@ -1,6 +1,7 @@
 #include "cli/hashing/file_hasher.h"
 
 #include "cli/files/descriptor.h"
+#include "cli/files/file_identity.h"
 #include "cli/process/error.h"
 
 #include <cerrno>
@@ -14,16 +15,6 @@ namespace {
 
 HashError systemError(int number, bool opened) {
     return {number, errorText(number), opened};
-}
-
-bool areSame(const timespec& left, const timespec& right) {
-    return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
-}
-
-bool areSame(const struct stat& left, const struct stat& right) {
-    return left.st_dev == right.st_dev && left.st_ino == right.st_ino &&
-           (left.st_mode & S_IFMT) == (right.st_mode & S_IFMT) && left.st_size == right.st_size &&
-           areSame(left.st_mtim, right.st_mtim) && areSame(left.st_ctim, right.st_ctim);
 }
 
 } // namespace
@@ -92,7 +83,7 @@ FileHasher::Result FileHasher::compareLooks(int file) const {
     struct stat now {};
     if (::fstat(file, &now) != 0)
         return systemError(errno, true);
-    if (!areSame(looked_, now))
+    if (!isUnchanged(looked_, now))
         return HashError{0, "changed while it was read", true};
     if (total_ != static_cast<std::uint64_t>(now.st_size))
         return HashError{0,

@@ -554,6 +554,12 @@ class NotListed(CheckTest):
         done = self.check("-C", "d", "--unlisted", ".", "list")
         self.assertEqual((done.status, done.text), (1, "Warning: File not listed: ./more.\n"))
 
+    def test_a_link_to_the_list_is_reported_unless_the_list_was_given_by_it(self):
+        os.rename("list", "t/list")
+        os.symlink("list", "t/inject")
+        self.assertEqual(self.check("--unlisted", "t", "t/list").text, "Warning: File not listed: t/inject.\n")
+        self.assertEqual(self.check("--unlisted", "t", "t/inject").status, 0)
+
     def test_the_list_itself_is_none(self):
         os.rename("list", "t/list")
         self.assertEqual(self.check("--unlisted", "t", "t/list").status, 0)
