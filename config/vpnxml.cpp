@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -112,7 +113,10 @@ private:
     }
 
     static void setParent(XMLDeclaration& element, XMLDeclaration* parent) {
-        element.tag_->deletion_ = std::bit_cast<std::uint64_t>(parent) & kDeletionBits;
+        // A copy of the bytes, because clang-tidy 14 crashes where it follows a cast.
+        std::uint64_t address = 0;
+        std::memcpy(&address, &parent, sizeof address);
+        element.tag_->deletion_ = address & kDeletionBits;
     }
 
     static XMLDeclaration* parentOf(const XMLDeclaration& element) {
