@@ -108,7 +108,8 @@ protected:
 TEST_F(NetInterface, LoopbackAloneGivesNothing) {
     EXPECT_TRUE(CollectNetInterfaceInfo(found));
     EXPECT_THAT(found, IsEmpty());
-    ASSERT_TRUE(ip("link set lo up"));
+    if (!ip("link set lo up"))
+        GTEST_SKIP() << "needs CAP_NET_ADMIN";
     EXPECT_TRUE(CollectNetInterfaceInfo(found));
     EXPECT_THAT(found, IsEmpty());
 }
